@@ -1,0 +1,39 @@
+#include "orvid/core/pcm_frame.h"
+
+#include <functional>
+#include <string_view>
+
+#include <nlohmann/json.hpp>
+
+#include "orvid/platform/base64.h"
+
+namespace orvid {
+
+void to_json(nlohmann::json& json, const PCMFrame& frame) {
+  json = nlohmann::json{{"pcm16LittleEndian", Base64::encode(frame.pcm16LittleEndian)},
+                        {"sampleRate", frame.sampleRate},
+                        {"channelCount", frame.channelCount},
+                        {"sampleCount", frame.sampleCount}};
+}
+
+void from_json(const nlohmann::json& json, PCMFrame& frame) {
+  auto text = json.at("pcm16LittleEndian").get<std::string>();
+  auto bytes = Base64::decode(text);
+  if (!bytes) throw nlohmann::json::other_error::create(501, "pcm16LittleEndian is not base64", &json);
+  frame.pcm16LittleEndian = std::move(*bytes);
+  frame.sampleRate = json.at("sampleRate").get<double>();
+  frame.channelCount = json.at("channelCount").get<int>();
+  frame.sampleCount = json.at("sampleCount").get<int>();
+}
+
+}  // namespace orvid
+
+std::size_t std::hash<orvid::PCMFrame>::operator()(const orvid::PCMFrame& frame) const noexcept {
+  std::string_view bytes(reinterpret_cast<const char*>(frame.pcm16LittleEndian.data()),
+                         frame.pcm16LittleEndian.size());
+  std::size_t hash = std::hash<std::string_view>()(bytes);
+  hash ^= std::hash<double>()(frame.sampleRate) + 0x9e3779b97f4a7c15ull + (hash << 6) + (hash >> 2);
+  hash ^= std::hash<int>()(frame.channelCount) + 0x9e3779b97f4a7c15ull + (hash << 6) + (hash >> 2);
+  hash ^= std::hash<int>()(frame.sampleCount) + 0x9e3779b97f4a7c15ull + (hash << 6) + (hash >> 2);
+  return hash;
+}
