@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string>
+
+namespace CLI {
+class App;
+}
+
+namespace orvid::cli {
+
+// Each group of subcommands registers itself on the root command.
+void addWavCommands(CLI::App& app);
+
+// A failure the user can act on: printed as one line on stderr, exit status 1.
+struct CommandError {
+  std::string message;
+};
+
+}  // namespace orvid::cli
