@@ -10,6 +10,8 @@ namespace orvid::cli {
 
 // Each group of subcommands registers itself on the root command.
 void addWavCommands(CLI::App& app);
+void addDemoCommands(CLI::App& app);
+void addCredentialCommands(CLI::App& app);
 
 // A failure the user can act on: printed as one line on stderr, exit status 1.
 struct CommandError {

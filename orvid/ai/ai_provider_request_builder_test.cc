@@ -1,0 +1,271 @@
+#include "orvid/ai/ai_provider_request_builder.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "orvid/ai/orvid_provider_error.h"
+
+namespace orvid {
+namespace {
+
+AIProviderDescriptor descriptor(AIProviderAPIStyle style) {
+  AIProviderDescriptor result;
+  result.id = "svc";
+  result.apiStyle = style;
+  result.defaultBaseURL = URL::parse("https://api.example.com/v1/");
+  return result;
+}
+
+AIProviderConfiguration configuration() {
+  AIProviderConfiguration result;
+  result.id = "my-config";
+  result.providerID = "svc";
+  return result;
+}
+
+ChatCompletionRequest chat(std::optional<std::string> systemPrompt = "Be brief.") {
+  return {"svc", "model-1", std::move(systemPrompt), "Hello there", std::nullopt, std::nullopt, std::nullopt};
+}
+
+nlohmann::json bodyOf(const OrvidHTTPRequest& request) {
+  return nlohmann::json::parse(request.body.value());
+}
+
+// Throws the expected OrvidProviderError case or fails.
+template <typename Call>
+void expectProviderError(Call call, OrvidProviderError::Case expected) {
+  try {
+    call();
+    ADD_FAILURE() << "no error thrown";
+  } catch (const OrvidProviderError& error) {
+    EXPECT_EQ(error.errorCase(), expected) << error.what();
+  }
+}
+
+class AIProviderRequestBuilderTest : public ::testing::Test {
+ protected:
+  std::shared_ptr<InMemoryOrvidCredentialStore> store =
+      std::make_shared<InMemoryOrvidCredentialStore>(std::map<std::string, std::string>{
+          {"provider.my-config.api-key", "sk-test-123"}, {"provider.my-config.x-secret", "hidden-value"}});
+  AIProviderRequestBuilder builder{store};
+};
+
+TEST_F(AIProviderRequestBuilderTest, CredentialHeadersFollowTheAPIStyle) {
+  struct Case {
+    AIProviderAPIStyle style;
+    const char* path;
+    std::optional<std::string> authorization;
+    std::optional<std::string> apiKey;
+  };
+  const Case cases[] = {
+      {AIProviderAPIStyle::openAICompatibleWithoutKey, "/v1/chat/completions", std::nullopt, std::nullopt},
+      {AIProviderAPIStyle::openAICompatibleBearer, "/v1/chat/completions", "Bearer sk-test-123", std::nullopt},
+      {AIProviderAPIStyle::anthropicMessages, "/v1/messages", "Bearer sk-test-123", "sk-test-123"},
+  };
+  for (const auto& testCase : cases) {
+    const auto request = builder.chatCompletionRequest(chat(), descriptor(testCase.style), configuration());
+    EXPECT_EQ(request.method, "POST");
+    EXPECT_EQ(request.url.path(), testCase.path);
+    EXPECT_EQ(request.timeout, std::chrono::seconds(60));
+    EXPECT_EQ(request.headerValue("content-type"), "application/json");
+    EXPECT_EQ(request.headerValue("Authorization"), testCase.authorization) << rawValue(testCase.style);
+    EXPECT_EQ(request.headerValue("x-api-key"), testCase.apiKey) << rawValue(testCase.style);
+  }
+}
+
+TEST_F(AIProviderRequestBuilderTest, MissingOrEmptyKeyFailsOnlyForStylesThatNeedOne) {
+  InMemoryOrvidCredentialStore emptyKey({{"provider.my-config.api-key", ""}});
+  for (auto credentials : {std::make_shared<InMemoryOrvidCredentialStore>(), std::make_shared<InMemoryOrvidCredentialStore>(emptyKey)}) {
+    AIProviderRequestBuilder keyless(credentials);
+    for (auto style : {AIProviderAPIStyle::openAICompatibleBearer, AIProviderAPIStyle::anthropicMessages}) {
+      expectProviderError([&] { keyless.chatCompletionRequest(chat(), descriptor(style), configuration()); },
+                          OrvidProviderError::Case::missingCredential);
+      expectProviderError([&] { keyless.modelDiscoveryRequest(descriptor(style), configuration()); },
+                          OrvidProviderError::Case::missingCredential);
+    }
+    const auto local = keyless.chatCompletionRequest(
+        chat(), descriptor(AIProviderAPIStyle::openAICompatibleWithoutKey), configuration());
+    EXPECT_FALSE(local.headerValue("Authorization"));
+  }
+}
+
+TEST_F(AIProviderRequestBuilderTest, DefaultAndCustomHeadersApplyInOrderWithLaterOnesWinning) {
+  auto provider = descriptor(AIProviderAPIStyle::openAICompatibleBearer);
+  provider.defaultHeaders = {{"anthropic-version", "2023-06-01"}, {"X-Override", "from-descriptor"}};
+  auto config = configuration();
+  config.customHeaders = {
+      {"  X-Trace  ", std::nullopt, "abc", false},
+      {"X-Empty", std::nullopt, "", false},
+      {"X-Absent", std::nullopt, std::nullopt, false},
+      {"   ", std::nullopt, "ignored", false},
+      {"X-Secret", "provider.my-config.x-secret", "not-this", true},
+      {"X-Unstored", "provider.my-config.nothing", "fallback-not-used", true},
+      // A secret header without a reference uses its value.
+      {"X-Inline", std::nullopt, " keep spaces ", true},
+      {"x-override", std::nullopt, "from-configuration", false},
+      {"authorization", std::nullopt, "Custom scheme", false},
+  };
+  const auto request = builder.chatCompletionRequest(chat(), provider, config);
+  EXPECT_EQ(request.headerValue("X-Trace"), "abc");
+  EXPECT_FALSE(request.headerValue("X-Empty"));
+  EXPECT_FALSE(request.headerValue("X-Absent"));
+  EXPECT_EQ(request.headerValue("X-Secret"), "hidden-value");
+  EXPECT_FALSE(request.headerValue("X-Unstored"));
+  EXPECT_EQ(request.headerValue("X-Inline"), " keep spaces ");
+  EXPECT_EQ(request.headerValue("X-Override"), "from-configuration");
+  EXPECT_EQ(request.headerValue("anthropic-version"), "2023-06-01");
+  EXPECT_EQ(request.headerValue("Authorization"), "Custom scheme");
+  int overrides = 0;
+  for (const auto& header : request.headers) overrides += httpHeaderNamesEqual(header.name, "x-override") ? 1 : 0;
+  EXPECT_EQ(overrides, 1);
+}
+
+class FailingStore : public OrvidCredentialStore {
+ public:
+  std::optional<std::string> readCredential(const std::string& reference) const override {
+    if (reference == "provider.my-config.api-key") return "key";
+    throw OrvidCredentialStoreError::secretServiceFailure(2, "locked");
+  }
+  void writeCredential(const std::string&, const std::string&) override {}
+  void deleteCredential(const std::string&) override {}
+};
+
+TEST_F(AIProviderRequestBuilderTest, CredentialStoreErrorsAbortTheBuild) {
+  AIProviderRequestBuilder failing(std::make_shared<FailingStore>());
+  auto config = configuration();
+  config.customHeaders = {{"X-Secret", "provider.my-config.x-secret", std::nullopt, true}};
+  EXPECT_THROW(failing.chatCompletionRequest(chat(), descriptor(AIProviderAPIStyle::openAICompatibleBearer), config),
+               OrvidCredentialStoreError);
+}
+
+TEST_F(AIProviderRequestBuilderTest, BaseURLAndModelAreCheckedBeforeAnythingElse) {
+  auto provider = descriptor(AIProviderAPIStyle::openAICompatibleBearer);
+  provider.defaultBaseURL.reset();
+  expectProviderError([&] { builder.chatCompletionRequest(chat(), provider, configuration()); },
+                      OrvidProviderError::Case::missingBaseURL);
+  expectProviderError([&] { builder.modelDiscoveryRequest(provider, configuration()); },
+                      OrvidProviderError::Case::missingBaseURL);
+
+  auto config = configuration();
+  config.baseURL = URL::parse("https://override.example.com/api/chat/completions");
+  auto noModel = chat();
+  noModel.modelID = "";
+  expectProviderError([&] { builder.chatCompletionRequest(noModel, provider, config); },
+                      OrvidProviderError::Case::missingModel);
+  EXPECT_EQ(builder.chatCompletionRequest(chat(), provider, config).url.absoluteString(),
+            "https://override.example.com/api/chat/completions");
+}
+
+TEST_F(AIProviderRequestBuilderTest, ModelDiscoveryUsesTheConfiguredPathOrTheDescriptors) {
+  auto provider = descriptor(AIProviderAPIStyle::anthropicMessages);
+  auto request = builder.modelDiscoveryRequest(provider, configuration());
+  EXPECT_EQ(request.method, "GET");
+  EXPECT_EQ(request.url.absoluteString(), "https://api.example.com/v1/models");
+  EXPECT_FALSE(request.body);
+  EXPECT_FALSE(request.headerValue("Content-Type"));
+  EXPECT_EQ(request.headerValue("x-api-key"), "sk-test-123");
+  EXPECT_EQ(request.timeout, std::chrono::seconds(60));
+
+  auto config = configuration();
+  config.baseURL = URL::parse("http://localhost:8080/");
+  config.modelListPath = "/api/tags";
+  EXPECT_EQ(builder.modelDiscoveryRequest(provider, config).url.absoluteString(), "http://localhost:8080/api/tags");
+
+  config.modelListPath = "  ";
+  expectProviderError([&] { builder.modelDiscoveryRequest(provider, config); },
+                      OrvidProviderError::Case::missingBaseURL);
+
+  provider.supportsModelDiscovery = false;
+  try {
+    builder.modelDiscoveryRequest(provider, configuration());
+    ADD_FAILURE() << "no error thrown";
+  } catch (const OrvidProviderError& error) {
+    EXPECT_EQ(error, OrvidProviderError::unsupportedProvider("svc"));
+    EXPECT_STREQ(error.what(), "svc");
+  }
+}
+
+TEST_F(AIProviderRequestBuilderTest, OpenAIStyleBodyCarriesOnlyWhatTheProviderSupports) {
+  auto plain = descriptor(AIProviderAPIStyle::openAICompatibleBearer);
+  auto body = bodyOf(builder.chatCompletionRequest(chat(""), plain, configuration()));
+  EXPECT_EQ(body, nlohmann::json::parse(R"({"model":"model-1","messages":[{"role":"user","content":"Hello there"}]})"));
+
+  auto request = chat();
+  request.responseSchema = JSONSchema::transcriptionOutput();
+  request.reasoningEffort = AIReasoningEffort::high;
+  body = bodyOf(builder.chatCompletionRequest(request, plain, configuration()));
+  EXPECT_FALSE(body.contains("response_format"));
+  EXPECT_FALSE(body.contains("reasoning_effort"));
+  EXPECT_FALSE(body.contains("reasoning"));
+  EXPECT_EQ(body.at("messages").at(0), nlohmann::json::parse(R"({"role":"system","content":"Be brief."})"));
+
+  auto capable = plain;
+  capable.supportsStructuredOutput = true;
+  capable.supportsReasoningEffort = true;
+  capable.supportsReasoningObject = true;
+  body = bodyOf(builder.chatCompletionRequest(request, capable, configuration()));
+  EXPECT_EQ(body.at("response_format"), (nlohmann::json{{"type", "json_schema"},
+                                                         {"json_schema",
+                                                          {{"name", "transcription_result"},
+                                                           {"strict", true},
+                                                           {"schema", JSONSchema::transcriptionOutput().value}}}}));
+  EXPECT_EQ(body.at("reasoning_effort"), "high");
+  EXPECT_EQ(body.at("reasoning"), nlohmann::json::parse(R"({"effort":"high","exclude":true})"));
+
+  request.responseSchema = JSONSchema::scriptAutomationOutput();
+  request.excludeReasoningFromResponse = false;
+  body = bodyOf(builder.chatCompletionRequest(request, capable, configuration()));
+  EXPECT_EQ(body.at("response_format").at("json_schema").at("name"), "script_automation_result");
+  EXPECT_EQ(body.at("reasoning").at("exclude"), false);
+}
+
+TEST_F(AIProviderRequestBuilderTest, AnthropicBodyUsesMaxTokensAndATopLevelSystemPrompt) {
+  auto provider = descriptor(AIProviderAPIStyle::anthropicMessages);
+  provider.supportsStructuredOutput = true;
+  provider.supportsReasoningEffort = true;
+  auto request = chat();
+  request.responseSchema = JSONSchema::transcriptionOutput();
+  request.reasoningEffort = AIReasoningEffort::low;
+  auto body = bodyOf(builder.chatCompletionRequest(request, provider, configuration()));
+  EXPECT_EQ(body, nlohmann::json::parse(R"({"model":"model-1","max_tokens":4096,"system":"Be brief.",
+                                            "messages":[{"role":"user","content":"Hello there"}]})"));
+
+  auto config = configuration();
+  config.maxOutputTokens = 512;
+  body = bodyOf(builder.chatCompletionRequest(chat(std::nullopt), provider, config));
+  EXPECT_EQ(body.at("max_tokens"), 512);
+  EXPECT_FALSE(body.contains("system"));
+}
+
+TEST(AIProviderRequestBuilderReferenceTest, ReferencesJoinPrefixConfigurationAndSuffix) {
+  EXPECT_EQ(AIProviderRequestBuilder::credentialReference("my-config", "api-key"), "provider.my-config.api-key");
+  EXPECT_EQ(AIProviderRequestBuilder::credentialReference("c", "x-secret"), "provider.c.x-secret");
+}
+
+TEST(OrvidProviderErrorTest, CasesCarryTheirUserFacingMessages) {
+  struct Case {
+    OrvidProviderError error;
+    OrvidProviderError::Case errorCase;
+    const char* message;
+  };
+  const Case cases[] = {
+      {OrvidProviderError::unsupportedProvider("HTTP 401: bad key"), OrvidProviderError::Case::unsupportedProvider,
+       "HTTP 401: bad key"},
+      {OrvidProviderError::missingBaseURL(), OrvidProviderError::Case::missingBaseURL, "Missing base URL."},
+      {OrvidProviderError::missingModel(), OrvidProviderError::Case::missingModel, "Missing model."},
+      {OrvidProviderError::missingCredential(), OrvidProviderError::Case::missingCredential, "Missing credential."},
+      {OrvidProviderError::invalidResponse(), OrvidProviderError::Case::invalidResponse, "Invalid provider response."},
+      {OrvidProviderError::providerNotValidated(), OrvidProviderError::Case::providerNotValidated,
+       "Provider is not validated."},
+  };
+  for (const auto& testCase : cases) {
+    EXPECT_EQ(testCase.error.errorCase(), testCase.errorCase);
+    EXPECT_EQ(testCase.error.validationFailureMessage(), testCase.message);
+    EXPECT_STREQ(testCase.error.what(), testCase.message);
+  }
+  EXPECT_NE(OrvidProviderError::unsupportedProvider("a"), OrvidProviderError::unsupportedProvider("b"));
+  EXPECT_EQ(OrvidProviderError::missingModel(), OrvidProviderError::missingModel());
+}
+
+}  // namespace
+}  // namespace orvid

@@ -1,0 +1,82 @@
+#include "orvid/ai/ai_provider_url_builder.h"
+
+#include <gtest/gtest.h>
+
+namespace orvid {
+namespace {
+
+std::optional<std::string> endpointText(const char* base, std::optional<std::string> path) {
+  auto url = AIProviderURLBuilder::endpoint(base, path);
+  if (!url) return std::nullopt;
+  return url->absoluteString();
+}
+
+TEST(AIProviderURLBuilderTest, EndpointJoinsBaseAndPathWithExactlyOneSlash) {
+  struct Case {
+    const char* base;
+    std::optional<std::string> path;
+    std::optional<std::string> expected;
+  };
+  const Case cases[] = {
+      {"https://api.example.com/v1/", "/models", "https://api.example.com/v1/models"},
+      {"https://api.example.com/v1", "models", "https://api.example.com/v1/models"},
+      {"  https://api.example.com/v1///\n", "  models  ", "https://api.example.com/v1/models"},
+      {"https://api.example.com", "v2/models", "https://api.example.com/v2/models"},
+      {"http://localhost:11434/v1", "models", "http://localhost:11434/v1/models"},
+      {"https://proxy.example.com/v1?team=7", "models", "https://proxy.example.com/v1/models?team=7"},
+      // Only one leading "/" is dropped.
+      {"https://api.example.com/v1", "//models", "https://api.example.com/v1/models"},
+      {"https://api.example.com/v1", "", std::nullopt},
+      {"https://api.example.com/v1", " \t\n", std::nullopt},
+      {"https://api.example.com/v1", std::nullopt, std::nullopt},
+      {"", "models", std::nullopt},
+      {"   ", "models", std::nullopt},
+      {"///", "models", std::nullopt},
+      {"not a url", "models", std::nullopt},
+  };
+  for (const auto& testCase : cases) {
+    EXPECT_EQ(endpointText(testCase.base, testCase.path), testCase.expected)
+        << "base '" << testCase.base << "' path '" << testCase.path.value_or("<none>") << "'";
+  }
+}
+
+TEST(AIProviderURLBuilderTest, ChatEndpointNeverDoublesTheChatPath) {
+  struct Case {
+    const char* base;
+    const char* path;
+    const char* expected;
+  };
+  const Case cases[] = {
+      {"https://api.example.com/v1", "chat/completions", "https://api.example.com/v1/chat/completions"},
+      {"https://api.example.com/v1/", "/chat/completions", "https://api.example.com/v1/chat/completions"},
+      {"https://api.example.com/v1/chat/completions/", "chat/completions", "https://api.example.com/v1/chat/completions"},
+      {"https://api.example.com/v1/chat", "chat/completions", "https://api.example.com/v1/chat/completions"},
+      {"https://api.example.com/v1/CHAT/Completions", "chat/completions", "https://api.example.com/v1/chat/completions"},
+      {"https://api.anthropic.com/v1/Messages", "messages", "https://api.anthropic.com/v1/messages"},
+      {"https://api.anthropic.com/v1/messages//", "messages", "https://api.anthropic.com/v1/messages"},
+      {"https://gw.example.com:8443/openai/v1/chat/completions?api-version=2", "chat/completions",
+       "https://gw.example.com:8443/openai/v1/chat/completions?api-version=2"},
+      // A path that merely contains "chat" is left alone.
+      {"https://api.example.com/chatbots/v1", "chat/completions", "https://api.example.com/chatbots/v1/chat/completions"},
+      {"https://api.example.com/v1/chat/completions", "  ", "https://api.example.com/v1"},
+      {"https://api.example.com", "chat/completions", "https://api.example.com/chat/completions"},
+  };
+  for (const auto& testCase : cases) {
+    auto base = URL::parse(testCase.base);
+    ASSERT_TRUE(base) << testCase.base;
+    EXPECT_EQ(AIProviderURLBuilder::chatEndpoint(*base, testCase.path).absoluteString(), testCase.expected)
+        << testCase.base << " + " << testCase.path;
+  }
+}
+
+TEST(AIProviderURLBuilderTest, NormalisedBaseKeepsSchemeHostPortAndQuery) {
+  auto url = URL::parse("http://[::1]:1234/v1/chat/completions/?x=1");
+  ASSERT_TRUE(url);
+  const auto normalised = AIProviderURLBuilder::chatNormalizedBaseURL(*url);
+  EXPECT_EQ(normalised.absoluteString(), "http://[::1]:1234/v1?x=1");
+  EXPECT_EQ(AIProviderURLBuilder::normalizedBaseURL("https://a.example/v1//")->absoluteString(), "https://a.example/v1");
+  EXPECT_FALSE(AIProviderURLBuilder::normalizedBaseURL(" \n "));
+}
+
+}  // namespace
+}  // namespace orvid

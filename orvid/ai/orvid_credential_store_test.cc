@@ -1,0 +1,278 @@
+#include "orvid/ai/orvid_credential_store.h"
+
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "orvid/ai/file_orvid_credential_store.h"
+#include "orvid/platform/temporary_directory.h"
+
+namespace orvid {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Quotes `text` for /bin/sh.
+std::string shellQuoted(const std::string& text) {
+  std::string quoted = "'";
+  for (char c : text) {
+    if (c == '\'') {
+      quoted += "'\\''";
+    } else {
+      quoted += c;
+    }
+  }
+  return quoted + "'";
+}
+
+struct CommandResult {
+  int exitCode = -1;
+  std::string output;
+};
+
+// Runs `command` with /bin/sh and collects its standard output.
+CommandResult run(const std::string& command) {
+  CommandResult result;
+  FILE* pipe = ::popen(command.c_str(), "r");
+  if (!pipe) return result;
+  std::array<char, 4096> buffer{};
+  size_t count;
+  while ((count = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0) result.output.append(buffer.data(), count);
+  const int status = ::pclose(pipe);
+  result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return result;
+}
+
+std::string readFile(const fs::path& path) {
+  std::ifstream stream(path, std::ios::binary);
+  std::stringstream contents;
+  contents << stream.rdbuf();
+  return contents.str();
+}
+
+// The helper program run with the given configuration folder and store.
+std::string helper(const fs::path& configHome, const std::string& store, const std::string& service,
+                   const std::string& command, const std::string& reference = "") {
+  std::string line = "ORVID_CONFIG_HOME=" + shellQuoted(configHome.string()) + " " +
+                     shellQuoted(ORVID_CREDENTIAL_HELPER) + " " + store + " " + shellQuoted(service) + " " + command;
+  if (!reference.empty()) line += " " + shellQuoted(reference);
+  return line;
+}
+
+TEST(InMemoryOrvidCredentialStoreTest, CopiesShareTheirValues) {
+  InMemoryOrvidCredentialStore original({{"provider.a.api-key", "one"}});
+  InMemoryOrvidCredentialStore copy = original;
+  copy.writeCredential("two", "provider.b.api-key");
+  original.deleteCredential("provider.a.api-key");
+  original.deleteCredential("provider.never.api-key");
+
+  EXPECT_EQ(original.readCredential("provider.b.api-key"), "two");
+  EXPECT_FALSE(copy.readCredential("provider.a.api-key"));
+  EXPECT_EQ(copy.credentialReferences(), std::vector<std::string>{"provider.b.api-key"});
+}
+
+TEST(InMemoryOrvidCredentialStoreTest, ConcurrentWritersAreAllKept) {
+  InMemoryOrvidCredentialStore store;
+  std::vector<std::thread> writers;
+  for (int thread = 0; thread < 8; ++thread) {
+    writers.emplace_back([store, thread]() mutable {
+      for (int index = 0; index < 100; ++index) {
+        store.writeCredential("v", "ref." + std::to_string(thread) + "." + std::to_string(index));
+      }
+    });
+  }
+  for (auto& writer : writers) writer.join();
+  EXPECT_EQ(store.credentialReferences().size(), 800u);
+}
+
+TEST(FileOrvidCredentialStoreTest, WritesUpdatesDeletesAndListsByService) {
+  TemporaryDirectory directory;
+  const auto file = directory.path() / "nested" / "credentials.json";
+  FileOrvidCredentialStore store(file, "Brindle");
+  FileOrvidCredentialStore otherService(file, "Other");
+
+  EXPECT_FALSE(store.readCredential("provider.a.api-key"));
+  EXPECT_TRUE(store.credentialReferences().empty());
+  store.deleteCredential("provider.a.api-key");  // nothing stored: succeeds
+
+  store.writeCredential("first", "provider.a.api-key");
+  store.writeCredential("second", "provider.a.api-key");
+  store.writeCredential("ünï \"quoted\"\nline", "provider.b.x-secret");
+  otherService.writeCredential("theirs", "provider.a.api-key");
+
+  EXPECT_EQ(store.readCredential("provider.a.api-key"), "second");
+  EXPECT_EQ(store.readCredential("provider.b.x-secret"), "ünï \"quoted\"\nline");
+  EXPECT_EQ(otherService.readCredential("provider.a.api-key"), "theirs");
+  EXPECT_EQ(store.credentialReferences(), (std::vector<std::string>{"provider.a.api-key", "provider.b.x-secret"}));
+
+  store.deleteCredential("provider.a.api-key");
+  store.deleteCredential("provider.a.api-key");
+  EXPECT_FALSE(store.readCredential("provider.a.api-key"));
+  EXPECT_EQ(otherService.readCredential("provider.a.api-key"), "theirs");
+}
+
+TEST(FileOrvidCredentialStoreTest, FileAndNewFolderAreReadableByTheOwnerOnly) {
+  TemporaryDirectory directory;
+  const auto folder = directory.path() / "config";
+  const auto file = folder / "credentials.json";
+  FileOrvidCredentialStore store(file, "Brindle");
+  store.writeCredential("secret", "provider.a.api-key");
+  store.writeCredential("secret2", "provider.a.api-key");
+
+  struct stat fileStatus {};
+  ASSERT_EQ(::stat(file.c_str(), &fileStatus), 0);
+  EXPECT_EQ(fileStatus.st_mode & 0777, 0600u);
+  struct stat folderStatus {};
+  ASSERT_EQ(::stat(folder.c_str(), &folderStatus), 0);
+  EXPECT_EQ(folderStatus.st_mode & 0777, 0700u);
+  // No temporary files are left beside it.
+  std::vector<std::string> names;
+  for (const auto& entry : fs::directory_iterator(folder)) names.push_back(entry.path().filename().string());
+  std::sort(names.begin(), names.end());
+  EXPECT_EQ(names, (std::vector<std::string>{"credentials.json", "credentials.json.lock"}));
+}
+
+TEST(FileOrvidCredentialStoreTest, DamagedFilesFailWithoutQuotingTheirContents) {
+  TemporaryDirectory directory;
+  const auto file = directory.path() / "credentials.json";
+  FileOrvidCredentialStore store(file, "Brindle");
+  struct Case {
+    const char* contents;
+    OrvidCredentialStoreError::Case errorCase;
+  };
+  const Case cases[] = {
+      {"{\"credentials\": {\"Brindle\": {\"provider.a.api-key\": \"sk-leak", OrvidCredentialStoreError::Case::fileFailure},
+      {"[\"sk-leak\"]", OrvidCredentialStoreError::Case::fileFailure},
+      {"{\"credentials\": {\"Brindle\": {\"provider.a.api-key\": 42}}, \"x\": \"sk-leak\"}",
+       OrvidCredentialStoreError::Case::invalidData},
+      {"{\"credentials\": {\"Brindle\": [\"sk-leak\"]}}", OrvidCredentialStoreError::Case::invalidData},
+  };
+  for (const auto& testCase : cases) {
+    std::ofstream(file, std::ios::trunc) << testCase.contents;
+    try {
+      store.readCredential("provider.a.api-key");
+      ADD_FAILURE() << "no error for " << testCase.contents;
+    } catch (const OrvidCredentialStoreError& error) {
+      EXPECT_EQ(error.errorCase(), testCase.errorCase) << testCase.contents;
+      EXPECT_EQ(std::string(error.what()).find("sk-leak"), std::string::npos) << error.what();
+    }
+    // A damaged file is never overwritten by a write.
+    EXPECT_THROW(store.writeCredential("new", "provider.b.api-key"), OrvidCredentialStoreError);
+    EXPECT_EQ(readFile(file), testCase.contents);
+  }
+}
+
+TEST(FileOrvidCredentialStoreTest, ValuesWrittenByOneProcessAreReadByAnother) {
+  TemporaryDirectory directory;
+  const auto configHome = directory.path() / "config";
+  const std::string value = "sk-live 'quoted' $HOME `x` \\ end";
+
+  // Another process writes; this one reads.
+  auto written = run("printf '%s' " + shellQuoted(value) + " | " +
+                     helper(configHome, "file", "Brindle", "write", "provider.a.api-key"));
+  ASSERT_EQ(written.exitCode, 0);
+  FileOrvidCredentialStore store(configHome / "credentials.json", "Brindle");
+  EXPECT_EQ(store.readCredential("provider.a.api-key"), value);
+
+  // This process writes; another one reads, lists and deletes.
+  store.writeCredential("from-test", "provider.b.api-key");
+  auto read = run(helper(configHome, "file", "Brindle", "read", "provider.b.api-key"));
+  EXPECT_EQ(read.exitCode, 0);
+  EXPECT_EQ(read.output, "from-test");
+  auto listed = run(helper(configHome, "file", "Brindle", "list"));
+  EXPECT_EQ(listed.output, "provider.a.api-key\nprovider.b.api-key\n");
+  EXPECT_EQ(run(helper(configHome, "file", "Brindle", "delete", "provider.b.api-key")).exitCode, 0);
+  EXPECT_FALSE(store.readCredential("provider.b.api-key"));
+  EXPECT_EQ(run(helper(configHome, "file", "Brindle", "read", "provider.b.api-key")).exitCode, 3);
+}
+
+TEST(FileOrvidCredentialStoreTest, ConcurrentWritesFromManyProcessesAreAllKept) {
+  TemporaryDirectory directory;
+  const auto configHome = directory.path() / "config";
+  std::string script;
+  constexpr int kProcesses = 12;
+  for (int index = 0; index < kProcesses; ++index) {
+    script += "printf v" + std::to_string(index) + " | " +
+              helper(configHome, "file", "Brindle", "write", "provider.p" + std::to_string(index) + ".api-key") + " & ";
+  }
+  script += "wait";
+  ASSERT_EQ(run(script).exitCode, 0);
+
+  FileOrvidCredentialStore store(configHome / "credentials.json", "Brindle");
+  EXPECT_EQ(store.credentialReferences().size(), static_cast<size_t>(kProcesses));
+  for (int index = 0; index < kProcesses; ++index) {
+    EXPECT_EQ(store.readCredential("provider.p" + std::to_string(index) + ".api-key"), "v" + std::to_string(index));
+  }
+}
+
+TEST(SystemCredentialStoreTest, FallsBackToTheFileWithoutASessionBus) {
+  TemporaryDirectory directory;
+  const auto configHome = directory.path() / "config";
+  // No bus address and no runtime folder: the desktop keyring cannot be reached.
+  const std::string environment = "env -u DBUS_SESSION_BUS_ADDRESS -u ORVID_CREDENTIAL_STORE XDG_RUNTIME_DIR=" +
+                                  shellQuoted((directory.path() / "no-runtime").string()) + " ";
+  ASSERT_EQ(run("printf secret | " + environment + helper(configHome, "system", "Brindle", "write", "provider.s.api-key"))
+                .exitCode,
+            0);
+  EXPECT_EQ(FileOrvidCredentialStore(configHome / "credentials.json", "Brindle").readCredential("provider.s.api-key"),
+            "secret");
+  EXPECT_EQ(run(environment + helper(configHome, "keyring", "Brindle", "available")).exitCode, 77);
+}
+
+TEST(SecretServiceOrvidCredentialStoreTest, KeyringStoresAcrossProcessesInAPrivateSession) {
+  if (run("command -v dbus-run-session >/dev/null && command -v gnome-keyring-daemon >/dev/null").exitCode != 0) {
+    GTEST_SKIP() << "dbus-run-session or gnome-keyring-daemon is not installed";
+  }
+  TemporaryDirectory directory;
+  const auto root = directory.path();
+  for (const char* folder : {"home", "data", "config", "runtime"}) fs::create_directories(root / folder);
+  fs::permissions(root / "runtime", fs::perms::owner_all, fs::perm_options::replace);
+
+  const auto call = [&](const std::string& command, const std::string& reference = "") {
+    return helper(root / "config", "keyring", "BrindleTest", command, reference);
+  };
+  // The whole exchange runs in a private session bus with a fresh, unlocked
+  // keyring; each helper line is a separate process.
+  std::string script =
+      "printf test-password | gnome-keyring-daemon --unlock --components=secrets >/dev/null 2>&1 || exit 77\n" +
+      call("available") + " || exit 77\n" +
+      "printf first | " + call("write", "provider.a.api-key") + " || exit 10\n" +
+      "printf 'second value' | " + call("write", "provider.a.api-key") + " || exit 11\n" +
+      "printf other | " + call("write", "provider.b.x-secret") + " || exit 12\n" +
+      "echo \"read:$(" + call("read", "provider.a.api-key") + ")\"\n" +
+      "echo list:; " + call("list") + "\n" +
+      "echo \"system:$(ORVID_CONFIG_HOME=x " + shellQuoted(ORVID_CREDENTIAL_HELPER) +
+      " system BrindleTest read provider.b.x-secret)\"\n" +
+      call("delete", "provider.a.api-key") + " || exit 13\n" +
+      call("delete", "provider.a.api-key") + " || exit 14\n" +
+      call("read", "provider.a.api-key") + "; echo \"after-delete:$?\"\n";
+  const std::string command = "cd " + shellQuoted(root.string()) + " && HOME=" + shellQuoted((root / "home").string()) +
+                              " XDG_DATA_HOME=" + shellQuoted((root / "data").string()) +
+                              " XDG_RUNTIME_DIR=" + shellQuoted((root / "runtime").string()) +
+                              " timeout 60 dbus-run-session -- sh -c " + shellQuoted(script) + " 2>" +
+                              shellQuoted((root / "stderr.txt").string());
+  const auto result = run(command);
+  if (result.exitCode == 77) GTEST_SKIP() << "no keyring could be started: " << readFile(root / "stderr.txt");
+  ASSERT_EQ(result.exitCode, 0) << result.output << readFile(root / "stderr.txt");
+  EXPECT_EQ(result.output,
+            "read:second value\n"
+            "list:\nprovider.a.api-key\nprovider.b.x-secret\n"
+            "system:other\n"
+            "after-delete:3\n");
+  // Nothing went to the file store.
+  EXPECT_FALSE(fs::exists(root / "config" / "credentials.json"));
+}
+
+}  // namespace
+}  // namespace orvid

@@ -1,0 +1,84 @@
+#include "orvid/ai/secret_redactor.h"
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+
+#include <unicode/regex.h>
+#include <unicode/utext.h>
+
+namespace orvid::SecretRedactor {
+namespace {
+
+constexpr std::array<const char*, 4> kPatterns = {
+    R"((?i)\b((?:authorization|proxy-authorization)[ \t]*[:=][ \t]*(?:bearer|token)[ \t]+)[A-Za-z0-9._~+/=-]+)",
+    R"((?i)(?<![:=])\b((?:bearer|token)[ \t]+)[A-Za-z0-9._~+/=-]+)",
+    R"((?i)\b((?:x-api-key|api[-_]?key)[ \t]*["']?[ \t]*[:=][ \t]*["']?)[^"'\s,;}\\]+)",
+    R"((?i)\b((?:x-[a-z0-9-]*(?:token|secret|credential|key))[ \t]*[:=][ \t]*)[^"'\s,;}\\]+)",
+};
+
+constexpr std::string_view kReplacement = "[REDACTED]";
+
+// The four compiled patterns, built once. A RegexPattern is immutable and may be
+// shared between threads; each call makes its own matchers.
+const std::array<std::unique_ptr<icu::RegexPattern>, 4>& compiledPatterns() {
+  static const auto patterns = [] {
+    std::array<std::unique_ptr<icu::RegexPattern>, 4> result;
+    for (size_t index = 0; index < kPatterns.size(); ++index) {
+      UErrorCode status = U_ZERO_ERROR;
+      UParseError parseError{};
+      result[index].reset(icu::RegexPattern::compile(icu::UnicodeString::fromUTF8(kPatterns[index]),
+                                                     UREGEX_CASE_INSENSITIVE, parseError, status));
+      if (U_FAILURE(status)) {
+        throw std::logic_error(std::string("credential pattern does not compile: ") + u_errorName(status));
+      }
+    }
+    return result;
+  }();
+  return patterns;
+}
+
+// Applies one pattern over the UTF-8 bytes of `text`. Matching runs on a UTF-8
+// UText, whose native indexes are byte offsets, so the bytes between matches are
+// copied from the input untouched.
+std::string replaceAll(const icu::RegexPattern& pattern, const std::string& text) {
+  UErrorCode status = U_ZERO_ERROR;
+  UText* input = utext_openUTF8(nullptr, text.data(), static_cast<int64_t>(text.size()), &status);
+  if (U_FAILURE(status)) return text;
+  std::unique_ptr<UText, decltype(&utext_close)> inputOwner(input, &utext_close);
+
+  std::unique_ptr<icu::RegexMatcher> matcher(pattern.matcher(status));
+  if (U_FAILURE(status)) return text;
+  matcher->reset(input);
+
+  std::string output;
+  output.reserve(text.size());
+  int64_t copied = 0;
+  while (matcher->find(status) && U_SUCCESS(status)) {
+    const int64_t matchStart = matcher->start64(status);
+    const int64_t labelStart = matcher->start64(1, status);
+    const int64_t labelEnd = matcher->end64(1, status);
+    const int64_t matchEnd = matcher->end64(status);
+    if (U_FAILURE(status)) break;
+    output.append(text, static_cast<size_t>(copied), static_cast<size_t>(matchStart - copied));
+    output.append(text, static_cast<size_t>(labelStart), static_cast<size_t>(labelEnd - labelStart));
+    output.append(kReplacement);
+    copied = matchEnd;
+  }
+  if (U_FAILURE(status)) return text;
+  output.append(text, static_cast<size_t>(copied), std::string::npos);
+  return output;
+}
+
+}  // namespace
+
+std::string redact(std::string_view text) {
+  std::string result(text);
+  for (const auto& pattern : compiledPatterns()) {
+    result = replaceAll(*pattern, result);
+  }
+  return result;
+}
+
+}  // namespace orvid::SecretRedactor

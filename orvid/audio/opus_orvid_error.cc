@@ -1,0 +1,13 @@
+#include "orvid/audio/opus_orvid_error.h"
+
+namespace orvid {
+
+const char* OpusOrvidError::what() const noexcept {
+  switch (case_) {
+    case Case::emptyAudio:
+      return "No audio frames to encode.";
+  }
+  return "No audio frames to encode.";
+}
+
+}  // namespace orvid

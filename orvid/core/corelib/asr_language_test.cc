@@ -1,0 +1,153 @@
+#include "orvid/core/corelib/asr_language.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "orvid/core/corelib/orvid_defaults.h"
+
+namespace orvid {
+namespace {
+
+using Capability = ASRLanguageInputCapability;
+using Behavior = ASRUnspecifiedLanguageBehavior;
+using Codes = std::vector<std::string>;
+
+const TranscriptionProviderDescriptor& catalogued(const std::string& id) {
+  for (const auto& provider : OrvidDefaults::transcriptionProviders()) {
+    if (provider.id == id) return provider;
+  }
+  throw std::runtime_error("no catalogue entry " + id);
+}
+
+TEST(ASRLanguageSelectionTest, LimitedKeepsSupportedCodesInTheUsersOrderAndSpelling) {
+  struct Row {
+    Codes selection;
+    Codes supported;
+    Codes expected;
+  };
+  const Row rows[] = {
+      {{"en", "xx"}, {"en", "de"}, {"en"}},
+      {{"DE", "en"}, {"auto", "en", "de"}, {"DE", "en"}},
+      {{"zh-Hans", "zh"}, {"auto", "zh-hans"}, {"zh-Hans"}},
+      {{"en", "EN", "de", "en"}, {"en", "de"}, {"en", "de"}},
+      {{"auto", "en"}, {"auto", "en"}, {"en"}},
+      {{"", " ", "fr"}, {"fr", ""}, {"fr"}},
+      {{" fr "}, {"fr"}, {" fr "}},
+      {{"en"}, {"auto"}, {}},
+      {{}, {"en"}, {}},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(ASRLanguageSelection{row.selection}.limited(row.supported).languageCodes, row.expected)
+        << nlohmann::json(row.selection).dump() << " against " << nlohmann::json(row.supported).dump();
+  }
+}
+
+TEST(ASRLanguageCapabilityResolverTest, CloudProvidersOfTheCatalogueOnBothTransports) {
+  struct Row {
+    const char* provider;
+    std::optional<std::string> model;
+    Capability batch;
+    Capability realtime;
+  };
+  const auto detect = Capability::singleLanguage(Behavior::detectAutomatically);
+  const auto omit = Capability::singleLanguage(Behavior::omitLanguage);
+  const auto firstSupported = Capability::singleLanguage(Behavior::fallbackToFirstSupported);
+  const auto noAdapter = Capability::noLanguageAwareAdapter();
+  const Row rows[] = {
+      {"openai", std::nullopt, detect, detect},
+      {"openai", "whisper-1", detect, detect},
+      {"groq", std::nullopt, detect, noAdapter},
+      {"openai-compatible", std::nullopt, detect, noAdapter},
+      {"deepgram", std::nullopt, Capability::broadMultilingual("multi"), Capability::broadMultilingual("multi")},
+      {"deepgram", "nova-2", omit, omit},
+      {"deepgram", " Nova-3-medical ", Capability::broadMultilingual("multi"), Capability::broadMultilingual("multi")},
+      {"elevenlabs", std::nullopt, detect, noAdapter},
+      {"cartesia", std::nullopt, Capability::singleLanguageWithFixedValue("en"), noAdapter},
+      {"mistral", std::nullopt, detect, noAdapter},
+      {"soniox", std::nullopt, Capability::languageHints(), Capability::languageHints()},
+      {"assemblyai", std::nullopt, Capability::candidateDetection(), noAdapter},
+      {"doubao", std::nullopt, noAdapter, noAdapter},
+      {"glm", std::nullopt, Capability::noLanguageInput(), noAdapter},
+      {"stepfun", std::nullopt, firstSupported, firstSupported},
+      {"aliyun-bailian", std::nullopt, Capability::noLanguageInput(), detect},
+      {"aliyun-bailian", "fun-asr-realtime", Capability::noLanguageInput(), Capability::languageHints()},
+      {"aliyun-bailian", "Paraformer-Realtime-v2", Capability::noLanguageInput(), Capability::languageHints()},
+  };
+  for (const auto& row : rows) {
+    const auto& provider = catalogued(row.provider);
+    EXPECT_EQ(ASRLanguageCapabilityResolver::capability(provider, ASRTranscriptionTransport::batch, row.model),
+              row.batch)
+        << row.provider << " batch " << row.model.value_or("(default)");
+    EXPECT_EQ(ASRLanguageCapabilityResolver::capability(provider, ASRTranscriptionTransport::realtime, row.model),
+              row.realtime)
+        << row.provider << " realtime " << row.model.value_or("(default)");
+  }
+}
+
+TEST(ASRLanguageCapabilityResolverTest, OnDeviceModelsFollowTheirEngineAndLanguageList) {
+  struct Row {
+    const char* provider;
+    Capability expected;
+  };
+  const Row rows[] = {
+      {"local.whispercpp-base", Capability::singleLanguage(Behavior::detectAutomatically)},
+      {"local.whispercpp-base-en", Capability::singleLanguage(Behavior::fallbackToFirstSupported)},
+      {"local.whisperkit-small", Capability::singleLanguage(Behavior::detectAutomatically)},
+      {"local.mlx-sensevoice-small", Capability::singleLanguage(Behavior::detectAutomatically)},
+      {"local.mlx-cohere-transcribe", Capability::singleLanguage(Behavior::fallbackToFirstSupported)},
+      {"local.mlx-parakeet-tdt-0.6b-v3", Capability::noLanguageInput()},
+      {"local.speech-nemotron-streaming", Capability::noLanguageInput()},
+      {"local.apple-speech", Capability::singleLanguage(Behavior::omitLanguage)},
+  };
+  for (const auto& row : rows) {
+    const auto& provider = catalogued(row.provider);
+    for (auto transport : {ASRTranscriptionTransport::batch, ASRTranscriptionTransport::realtime}) {
+      EXPECT_EQ(ASRLanguageCapabilityResolver::capability(provider, transport), row.expected)
+          << row.provider << " " << rawValue(transport);
+    }
+  }
+}
+
+TEST(ASRLanguageCapabilityResolverTest, ModelsOfRetiredFormatsAndEmptyLanguageListsGetNoLanguage) {
+  LocalTranscriptionModelDescriptor retired;
+  retired.id = "sense-voice-int8";
+  retired.engineType = LocalTranscriptionEngineType::sherpaOnnxSenseVoice;
+  retired.artifactFormat = LocalTranscriptionArtifactFormat::onnxRuntimeBundle;
+  retired.languageCodes = {"auto", "zh"};
+  TranscriptionProviderDescriptor provider{"local.x", "x", {"auto"}, TranscriptionProviderBackend::onDevice(retired)};
+  EXPECT_EQ(ASRLanguageCapabilityResolver::capability(provider, ASRTranscriptionTransport::batch),
+            Capability::noLanguageAwareAdapter());
+
+  auto silent = retired;
+  silent.engineType = LocalTranscriptionEngineType::whisperCpp;
+  silent.languageCodes.clear();
+  provider.backend = TranscriptionProviderBackend::onDevice(silent);
+  EXPECT_EQ(ASRLanguageCapabilityResolver::capability(provider, ASRTranscriptionTransport::batch),
+            Capability::noLanguageInput());
+}
+
+TEST(ASRLanguageCapabilityTest, CapabilitiesAndSelectionsSurviveAJSONRoundTrip) {
+  const Capability capabilities[] = {
+      Capability::singleLanguage(Behavior::omitLanguage),
+      Capability::singleLanguage(Behavior::fallbackToFirstSupported),
+      Capability::singleLanguageWithFixedValue("en"),
+      Capability::broadMultilingual("multi"),
+      Capability::languageHints(),
+      Capability::candidateDetection(),
+      Capability::noLanguageAwareAdapter(),
+      Capability::noLanguageInput(),
+  };
+  for (const auto& capability : capabilities) {
+    const nlohmann::json json = capability;
+    EXPECT_EQ(json.get<Capability>(), capability) << json.dump();
+  }
+  EXPECT_EQ(nlohmann::json(Capability::broadMultilingual("multi")).at("value"), "multi");
+  EXPECT_FALSE(nlohmann::json(Capability::languageHints()).contains("value"));
+  EXPECT_THROW(nlohmann::json::parse(R"({"kind":"several"})").get<Capability>(), nlohmann::json::exception);
+
+  const ASRLanguageSelection selection{{"zh-Hans", "en"}};
+  EXPECT_EQ(nlohmann::json(selection).get<ASRLanguageSelection>(), selection);
+}
+
+}  // namespace
+}  // namespace orvid

@@ -1,0 +1,113 @@
+#include "orvid/core/corelib/text/opencc.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "orvid/platform/temporary_directory.h"
+
+namespace orvid {
+namespace {
+
+struct KnownPair {
+  OpenCCMode mode;
+  std::string from;
+  std::string to;
+};
+
+TEST(OpenCCTest, ConvertsKnownPairsInEveryMode) {
+  const std::vector<KnownPair> pairs = {
+      {OpenCCMode::none, "汉字 漢字", "汉字 漢字"},
+      {OpenCCMode::s2t, "汉字里面", "漢字裏面"},
+      {OpenCCMode::t2s, "漢字裏面", "汉字里面"},
+      {OpenCCMode::s2tw, "里面为什么", "裡面為什麼"},
+      {OpenCCMode::tw2s, "軟體裡面", "软体里面"},
+      {OpenCCMode::s2hk, "为什么", "為什麼"},
+      {OpenCCMode::hk2s, "為什麼", "为什么"},
+      {OpenCCMode::s2twp, "鼠标软件", "滑鼠軟體"},
+      {OpenCCMode::tw2sp, "滑鼠軟體", "鼠标软件"},
+      {OpenCCMode::t2tw, "裏面", "裡面"},
+      {OpenCCMode::tw2t, "裡面", "裏面"},
+      {OpenCCMode::t2hk, "僞", "偽"},
+      {OpenCCMode::hk2t, "偽", "僞"},
+      {OpenCCMode::t2jp, "藝術國家", "芸術国家"},
+      {OpenCCMode::jp2t, "沖縄", "沖繩"},
+      {OpenCCMode::s2hkFinance, "汉字保证金", "漢字按金"},
+  };
+  ASSERT_EQ(pairs.size(), allOpenCCModes().size());
+  for (const KnownPair& pair : pairs) {
+    EXPECT_EQ(OpenCC::shared().convert(pair.from, pair.mode), pair.to) << rawValue(pair.mode);
+  }
+}
+
+TEST(OpenCCTest, FinanceModeUsesHongKongFinancialTermsForSimplifiedAndTraditionalInput) {
+  EXPECT_EQ(OpenCC::shared().convert("保证金", OpenCCMode::s2hk), "保證金");
+  EXPECT_EQ(OpenCC::shared().convert("保证金", OpenCCMode::s2hkFinance), "按金");
+  EXPECT_EQ(OpenCC::shared().convert("保證金", OpenCCMode::s2hkFinance), "按金");
+  EXPECT_EQ(OpenCC::shared().convert("他们在做空股票", OpenCCMode::s2hkFinance), "他們在沽空股票");
+  EXPECT_EQ(OpenCC::shared().convert("请阅读招股说明书", OpenCCMode::s2hkFinance), "請閲讀招股章程");
+}
+
+TEST(OpenCCTest, ModeRawValuesRoundTripAndAreTheSixteenNames) {
+  std::vector<std::string> names;
+  for (OpenCCMode mode : allOpenCCModes()) {
+    names.push_back(rawValue(mode));
+    EXPECT_EQ(openCCMode(rawValue(mode)), mode);
+    nlohmann::json json = mode;
+    EXPECT_EQ(json, rawValue(mode));
+    EXPECT_EQ(json.get<OpenCCMode>(), mode);
+  }
+  EXPECT_EQ(names, (std::vector<std::string>{"none", "hk2s", "hk2t", "jp2t", "s2hk", "s2hk-finance", "s2t", "s2tw",
+                                             "s2twp", "t2hk", "t2jp", "t2s", "t2tw", "tw2s", "tw2sp", "tw2t"}));
+  EXPECT_EQ(openCCMode("S2T"), std::nullopt);
+  EXPECT_THROW(nlohmann::json("s2x").get<OpenCCMode>(), nlohmann::json::exception);
+}
+
+TEST(OpenCCTest, MissingDictionariesThrowAnErrorNamingTheMode) {
+  TemporaryDirectory empty;
+  OpenCC converter(empty.path());
+  EXPECT_EQ(converter.convert("汉字", OpenCCMode::none), "汉字");
+  for (OpenCCMode mode : {OpenCCMode::s2t, OpenCCMode::s2hkFinance}) {
+    try {
+      converter.convert("汉字", mode);
+      ADD_FAILURE() << "no error for " << rawValue(mode);
+    } catch (const OpenCCError& error) {
+      EXPECT_EQ(error.errorCase(), OpenCCError::Case::configurationUnavailable);
+      EXPECT_EQ(error.mode(), mode);
+      EXPECT_NE(std::string(error.what()).find("\"" + rawValue(mode) + "\""), std::string::npos) << error.what();
+    }
+  }
+}
+
+TEST(OpenCCTest, MalformedUTF8ThrowsInsteadOfCrossingTheLibraryBoundary) {
+  try {
+    OpenCC::shared().convert("汉\xff字", OpenCCMode::s2t);
+    ADD_FAILURE() << "no error";
+  } catch (const OpenCCError& error) {
+    EXPECT_EQ(error.errorCase(), OpenCCError::Case::invalidText);
+    EXPECT_EQ(error.mode(), OpenCCMode::s2t);
+    EXPECT_TRUE(std::string(error.what()).starts_with("Chinese conversion \"s2t\" failed: ")) << error.what();
+  }
+  EXPECT_EQ(OpenCC::shared().convert("\xff", OpenCCMode::none), "\xff");
+}
+
+TEST(OpenCCTest, ConvertsConcurrentlyWithOneCachedConverterPerMode) {
+  OpenCC converter;
+  std::vector<std::string> results(8);
+  {
+    std::vector<std::jthread> threads;
+    for (size_t i = 0; i < results.size(); ++i) {
+      threads.emplace_back([&, i] {
+        OpenCCMode mode = i % 2 == 0 ? OpenCCMode::s2t : OpenCCMode::t2s;
+        std::string text = i % 2 == 0 ? "汉字" : "漢字";
+        for (int round = 0; round < 20; ++round) results[i] = converter.convert(text, mode);
+      });
+    }
+  }
+  for (size_t i = 0; i < results.size(); ++i) EXPECT_EQ(results[i], i % 2 == 0 ? "漢字" : "汉字");
+}
+
+}  // namespace
+}  // namespace orvid

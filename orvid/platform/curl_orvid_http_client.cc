@@ -1,0 +1,309 @@
+#include "orvid/platform/curl_orvid_http_client.h"
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <mutex>
+#include <string>
+#include <string_view>
+
+#include <curl/curl.h>
+
+#include "orvid/platform/cancellation.h"
+
+namespace orvid {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// curl_global_init is not thread-safe in every build; it runs once, before the first handle.
+void initialiseCurlOnce() {
+  static std::once_flag once;
+  std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
+}
+
+std::string_view trimmed(std::string_view text) {
+  while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
+  while (!text.empty() && (text.back() == ' ' || text.back() == '\t' || text.back() == '\r' || text.back() == '\n')) {
+    text.remove_suffix(1);
+  }
+  return text;
+}
+
+// The state of one transfer, reached from curl's callbacks on the calling thread.
+struct Transfer {
+  std::stop_token stop;
+  OrvidHTTPResponse response;
+  Clock::time_point lastActivity = Clock::now();
+  curl_off_t uploaded = 0;
+  curl_off_t downloaded = 0;
+  std::array<char, CURL_ERROR_SIZE> errorText{};
+};
+
+size_t receiveBody(char* data, size_t size, size_t count, void* user) {
+  auto* transfer = static_cast<Transfer*>(user);
+  size_t length = size * count;
+  transfer->response.body.insert(transfer->response.body.end(), data, data + length);
+  transfer->lastActivity = Clock::now();
+  return length;
+}
+
+size_t receiveHeaderLine(char* data, size_t size, size_t count, void* user) {
+  auto* transfer = static_cast<Transfer*>(user);
+  size_t length = size * count;
+  transfer->lastActivity = Clock::now();
+  std::string_view line(data, length);
+  auto& headers = transfer->response.headers;
+  if (line.starts_with("HTTP/")) {
+    // A new status line: an interim answer or a redirect came before; keep only the last block.
+    headers.clear();
+    return length;
+  }
+  if (!line.empty() && (line.front() == ' ' || line.front() == '\t')) {
+    // A folded continuation of the previous field.
+    if (!headers.empty()) {
+      auto continuation = trimmed(line);
+      if (!continuation.empty()) headers.back().value += " " + std::string(continuation);
+    }
+    return length;
+  }
+  auto colon = line.find(':');
+  if (colon == std::string_view::npos) return length;  // the blank line that ends the block
+  headers.push_back({std::string(trimmed(line.substr(0, colon))), std::string(trimmed(line.substr(colon + 1)))});
+  return length;
+}
+
+int reportProgress(void* user, curl_off_t, curl_off_t downloaded, curl_off_t, curl_off_t uploaded) {
+  auto* transfer = static_cast<Transfer*>(user);
+  if (transfer->stop.stop_requested()) return 1;  // aborts with CURLE_ABORTED_BY_CALLBACK
+  if (downloaded != transfer->downloaded || uploaded != transfer->uploaded) {
+    transfer->downloaded = downloaded;
+    transfer->uploaded = uploaded;
+    transfer->lastActivity = Clock::now();
+  }
+  return 0;
+}
+
+OrvidHTTPError transportError(CURLcode code, const Transfer& transfer) {
+  std::string detail = transfer.errorText[0] != '\0' ? std::string(transfer.errorText.data())
+                                                      : std::string(curl_easy_strerror(code));
+  switch (code) {
+    case CURLE_UNSUPPORTED_PROTOCOL:
+    case CURLE_URL_MALFORMAT:
+      return OrvidHTTPError::badURL(detail);
+    case CURLE_COULDNT_RESOLVE_HOST:
+    case CURLE_COULDNT_RESOLVE_PROXY:
+      return OrvidHTTPError::cannotFindHost(detail);
+    case CURLE_COULDNT_CONNECT:
+      return OrvidHTTPError::cannotConnectToHost(detail);
+    case CURLE_OPERATION_TIMEDOUT:
+      return OrvidHTTPError::timedOut(detail);
+    case CURLE_GOT_NOTHING:
+    case CURLE_RECV_ERROR:
+    case CURLE_SEND_ERROR:
+    case CURLE_PARTIAL_FILE:
+    case CURLE_HTTP2:
+    case CURLE_HTTP2_STREAM:
+      return OrvidHTTPError::networkConnectionLost(detail);
+    case CURLE_SSL_CONNECT_ERROR:
+    case CURLE_PEER_FAILED_VERIFICATION:
+    case CURLE_SSL_CERTPROBLEM:
+    case CURLE_SSL_CIPHER:
+    case CURLE_SSL_CACERT_BADFILE:
+    case CURLE_SSL_ISSUER_ERROR:
+    case CURLE_SSL_PINNEDPUBKEYNOTMATCH:
+    case CURLE_SSL_INVALIDCERTSTATUS:
+      return OrvidHTTPError::secureConnectionFailed(detail);
+    default:
+      return OrvidHTTPError::transportFailed(detail);
+  }
+}
+
+struct EasyDeleter {
+  void operator()(CURL* easy) const { curl_easy_cleanup(easy); }
+};
+struct HeaderListDeleter {
+  void operator()(curl_slist* list) const { curl_slist_free_all(list); }
+};
+
+// A multi handle driving one easy handle; removes it again before cleaning up.
+class SingleTransferMulti {
+ public:
+  explicit SingleTransferMulti(CURL* easy) : multi_(curl_multi_init()), easy_(easy) {
+    if (multi_ == nullptr) throw OrvidHTTPError::transportFailed("curl_multi_init failed");
+    CURLMcode code = curl_multi_add_handle(multi_, easy_);
+    if (code != CURLM_OK) {
+      curl_multi_cleanup(multi_);
+      throw OrvidHTTPError::transportFailed(curl_multi_strerror(code));
+    }
+  }
+  ~SingleTransferMulti() {
+    curl_multi_remove_handle(multi_, easy_);
+    curl_multi_cleanup(multi_);
+  }
+  SingleTransferMulti(const SingleTransferMulti&) = delete;
+  SingleTransferMulti& operator=(const SingleTransferMulti&) = delete;
+
+  CURLM* get() const { return multi_; }
+
+ private:
+  CURLM* multi_;
+  CURL* easy_;
+};
+
+void check(CURLcode code, const char* what) {
+  if (code != CURLE_OK) throw OrvidHTTPError::transportFailed(std::string(what) + ": " + curl_easy_strerror(code));
+}
+
+void checkMulti(CURLMcode code) {
+  if (code != CURLM_OK) throw OrvidHTTPError::transportFailed(curl_multi_strerror(code));
+}
+
+}  // namespace
+
+// The connection cache, DNS cache and TLS sessions shared by every transfer of one client.
+struct CurlOrvidHTTPClient::Impl {
+  CURLSH* share = nullptr;
+  std::array<std::mutex, CURL_LOCK_DATA_LAST> locks;
+
+  static void lock(CURL*, curl_lock_data data, curl_lock_access, void* user) {
+    static_cast<Impl*>(user)->locks[static_cast<size_t>(data)].lock();
+  }
+  static void unlock(CURL*, curl_lock_data data, void* user) {
+    static_cast<Impl*>(user)->locks[static_cast<size_t>(data)].unlock();
+  }
+};
+
+CurlOrvidHTTPClient::CurlOrvidHTTPClient() : impl_(std::make_unique<Impl>()) {
+  initialiseCurlOnce();
+  impl_->share = curl_share_init();
+  if (impl_->share == nullptr) throw OrvidHTTPError::transportFailed("curl_share_init failed");
+  curl_share_setopt(impl_->share, CURLSHOPT_LOCKFUNC, &Impl::lock);
+  curl_share_setopt(impl_->share, CURLSHOPT_UNLOCKFUNC, &Impl::unlock);
+  curl_share_setopt(impl_->share, CURLSHOPT_USERDATA, impl_.get());
+  curl_share_setopt(impl_->share, CURLSHOPT_SHARE, CURL_LOCK_DATA_CONNECT);
+  curl_share_setopt(impl_->share, CURLSHOPT_SHARE, CURL_LOCK_DATA_DNS);
+  curl_share_setopt(impl_->share, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
+}
+
+CurlOrvidHTTPClient::~CurlOrvidHTTPClient() { curl_share_cleanup(impl_->share); }
+
+OrvidHTTPResponse CurlOrvidHTTPClient::data(const OrvidHTTPRequest& request, std::stop_token stop) {
+  checkCancellation(stop);
+  const auto& scheme = request.url.scheme();
+  if (scheme != "http" && scheme != "https") {
+    throw OrvidHTTPError::badURL("unsupported scheme \"" + scheme + "\"");
+  }
+  if (request.method.empty()) throw OrvidHTTPError::badURL("empty method");
+
+  // Declared before the handle, which writes into its error buffer until cleaned up.
+  Transfer transfer;
+  transfer.stop = stop;
+  transfer.response.url = request.url;
+
+  std::unique_ptr<CURL, EasyDeleter> easy(curl_easy_init());
+  if (!easy) throw OrvidHTTPError::transportFailed("curl_easy_init failed");
+  CURL* handle = easy.get();
+
+  std::string url = request.url.absoluteString();
+  check(curl_easy_setopt(handle, CURLOPT_URL, url.c_str()), "URL");
+  check(curl_easy_setopt(handle, CURLOPT_SHARE, impl_->share), "share");
+  check(curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, transfer.errorText.data()), "error buffer");
+  check(curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L), "no signal");
+  check(curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "http,https"), "protocols");
+  check(curl_easy_setopt(handle, CURLOPT_REDIR_PROTOCOLS_STR, "http,https"), "redirect protocols");
+  check(curl_easy_setopt(handle, CURLOPT_FOLLOWLOCATION, 1L), "redirects");
+  check(curl_easy_setopt(handle, CURLOPT_MAXREDIRS, 16L), "redirect limit");
+  check(curl_easy_setopt(handle, CURLOPT_ACCEPT_ENCODING, ""), "encodings");
+  check(curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, &receiveBody), "body callback");
+  check(curl_easy_setopt(handle, CURLOPT_WRITEDATA, &transfer), "body data");
+  check(curl_easy_setopt(handle, CURLOPT_HEADERFUNCTION, &receiveHeaderLine), "header callback");
+  check(curl_easy_setopt(handle, CURLOPT_HEADERDATA, &transfer), "header data");
+  check(curl_easy_setopt(handle, CURLOPT_NOPROGRESS, 0L), "progress");
+  check(curl_easy_setopt(handle, CURLOPT_XFERINFOFUNCTION, &reportProgress), "progress callback");
+  check(curl_easy_setopt(handle, CURLOPT_XFERINFODATA, &transfer), "progress data");
+  if (request.timeout.count() > 0) {
+    check(curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(request.timeout.count())),
+          "connect timeout");
+  }
+
+  // Method and body.
+  static const char emptyBody[] = "";
+  const char* bodyData = emptyBody;
+  curl_off_t bodySize = 0;
+  if (request.body && !request.body->empty()) {
+    bodyData = reinterpret_cast<const char*>(request.body->data());
+    bodySize = static_cast<curl_off_t>(request.body->size());
+  }
+  if (request.method == "POST") {
+    check(curl_easy_setopt(handle, CURLOPT_POST, 1L), "method");
+    check(curl_easy_setopt(handle, CURLOPT_POSTFIELDSIZE_LARGE, bodySize), "body size");
+    check(curl_easy_setopt(handle, CURLOPT_POSTFIELDS, bodyData), "body");
+  } else if (request.body) {
+    check(curl_easy_setopt(handle, CURLOPT_POSTFIELDSIZE_LARGE, bodySize), "body size");
+    check(curl_easy_setopt(handle, CURLOPT_POSTFIELDS, bodyData), "body");
+    check(curl_easy_setopt(handle, CURLOPT_CUSTOMREQUEST, request.method.c_str()), "method");
+  } else if (request.method == "GET") {
+    check(curl_easy_setopt(handle, CURLOPT_HTTPGET, 1L), "method");
+  } else if (request.method == "HEAD") {
+    check(curl_easy_setopt(handle, CURLOPT_NOBODY, 1L), "method");
+  } else {
+    check(curl_easy_setopt(handle, CURLOPT_CUSTOMREQUEST, request.method.c_str()), "method");
+  }
+
+  // Header fields: "Name;" is curl's form for a field with an empty value. Bodies are
+  // sent without waiting for "100 Continue" unless the caller asks for it.
+  std::unique_ptr<curl_slist, HeaderListDeleter> headerList;
+  auto appendHeader = [&](const std::string& line) {
+    curl_slist* extended = curl_slist_append(headerList.get(), line.c_str());
+    if (extended == nullptr) throw OrvidHTTPError::transportFailed("curl_slist_append failed");
+    headerList.release();
+    headerList.reset(extended);
+  };
+  for (const auto& header : request.headers) {
+    appendHeader(header.value.empty() ? header.name + ";" : header.name + ": " + header.value);
+  }
+  if (!request.headerValue("Expect")) appendHeader("Expect:");
+  check(curl_easy_setopt(handle, CURLOPT_HTTPHEADER, headerList.get()), "headers");
+
+  SingleTransferMulti multi(handle);
+  // Declared after the multi handle so it is gone before the handle is cleaned up.
+  std::stop_callback wake(stop, [&multi] { curl_multi_wakeup(multi.get()); });
+
+  while (true) {
+    int running = 0;
+    checkMulti(curl_multi_perform(multi.get(), &running));
+    checkCancellation(stop);
+    if (running == 0) break;
+    auto now = Clock::now();
+    int waitMilliseconds = 1000;
+    if (request.timeout.count() > 0) {
+      auto deadline = transfer.lastActivity + request.timeout;
+      if (now >= deadline) {
+        throw OrvidHTTPError::timedOut("no data for " + std::to_string(request.timeout.count()) + " ms");
+      }
+      auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - now).count();
+      waitMilliseconds = static_cast<int>(std::clamp<long long>(left, 1, 1000));
+    }
+    checkMulti(curl_multi_poll(multi.get(), nullptr, 0, waitMilliseconds, nullptr));
+  }
+
+  CURLcode result = CURLE_OK;
+  int queued = 0;
+  while (CURLMsg* message = curl_multi_info_read(multi.get(), &queued)) {
+    if (message->msg == CURLMSG_DONE && message->easy_handle == handle) result = message->data.result;
+  }
+  if (result == CURLE_ABORTED_BY_CALLBACK && stop.stop_requested()) throw CancellationError();
+  if (result != CURLE_OK) throw transportError(result, transfer);
+
+  long status = 0;
+  curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &status);
+  transfer.response.statusCode = static_cast<int>(status);
+  char* effectiveURL = nullptr;
+  if (curl_easy_getinfo(handle, CURLINFO_EFFECTIVE_URL, &effectiveURL) == CURLE_OK && effectiveURL != nullptr) {
+    if (auto parsed = URL::parse(effectiveURL)) transfer.response.url = *parsed;
+  }
+  return std::move(transfer.response);
+}
+
+}  // namespace orvid

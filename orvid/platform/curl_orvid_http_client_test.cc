@@ -1,0 +1,270 @@
+#include "orvid/platform/curl_orvid_http_client.h"
+
+#include <chrono>
+#include <future>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "orvid/platform/cancellation.h"
+#include "orvid/testing/loopback_http_server.h"
+
+namespace orvid {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::LoopbackHTTPServer;
+using testing::LoopbackReply;
+using testing::LoopbackRequest;
+using testing::makeReply;
+using Clock = std::chrono::steady_clock;
+
+OrvidHTTPRequest requestTo(const LoopbackHTTPServer& server, const std::string& path, std::string method = "GET") {
+  OrvidHTTPRequest request;
+  request.method = std::move(method);
+  request.url = *URL::parse(server.baseURL() + path);
+  request.timeout = 10s;
+  return request;
+}
+
+// Echoes the method and body it received.
+LoopbackReply echo(const LoopbackRequest& request) {
+  LoopbackReply reply;
+  reply.contentType = "application/octet-stream";
+  reply.headers = {{"X-Method", request.method}};
+  reply.body = request.body;
+  return reply;
+}
+
+TEST(CurlOrvidHTTPClientTest, SendsEachMethodWithItsBody) {
+  LoopbackHTTPServer server;
+  for (const char* method : {"GET", "POST", "PUT", "PATCH", "DELETE"}) server.route(method, "/echo", echo);
+  CurlOrvidHTTPClient client;
+
+  struct Case {
+    std::string method;
+    std::optional<std::string> body;
+  };
+  for (const Case& c : {Case{"GET", std::nullopt}, Case{"POST", "posted"}, Case{"POST", std::nullopt},
+                        Case{"PUT", "put body"}, Case{"PATCH", "{\"a\":1}"}, Case{"DELETE", std::nullopt}}) {
+    OrvidHTTPRequest request = requestTo(server, "/echo", c.method);
+    if (c.body) request.body = bytesFromString(*c.body);
+    OrvidHTTPResponse response = client.data(request);
+    EXPECT_EQ(response.statusCode, 200) << c.method;
+    EXPECT_EQ(response.headerValue("x-method"), c.method);
+    EXPECT_EQ(stringFromBytes(response.body), c.body.value_or("")) << c.method;
+  }
+  auto received = server.requests();
+  ASSERT_EQ(received.size(), 6u);
+  EXPECT_EQ(received[1].method, "POST");
+  EXPECT_EQ(received[1].body, "posted");
+  EXPECT_EQ(received[2].header("Content-Length"), "0");
+  EXPECT_EQ(received[4].body, "{\"a\":1}");
+}
+
+TEST(CurlOrvidHTTPClientTest, HeadReturnsTheHeaderFieldsWithoutABody) {
+  LoopbackHTTPServer server;
+  server.route("GET", "/file", [](const LoopbackRequest&) {
+    return makeReply(200, "twelve bytes", "text/plain", {{"ETag", "\"v1\""}});
+  });
+  CurlOrvidHTTPClient client;
+  OrvidHTTPResponse response = client.data(requestTo(server, "/file", "HEAD"));
+  EXPECT_EQ(response.statusCode, 200);
+  EXPECT_TRUE(response.body.empty());
+  EXPECT_EQ(response.headerValue("etag"), "\"v1\"");
+  EXPECT_EQ(server.requests().at(0).method, "HEAD");
+}
+
+TEST(CurlOrvidHTTPClientTest, CarriesHeaderFieldsBothWays) {
+  LoopbackHTTPServer server;
+  server.route("POST", "/headers", [](const LoopbackRequest&) {
+    return makeReply(200, "{}", "application/json", {{"X-Request-Id", "req_1"}, {"Retry-After", "7"}});
+  });
+  CurlOrvidHTTPClient client;
+  OrvidHTTPRequest request = requestTo(server, "/headers", "POST");
+  request.headers = {{"Authorization", "Bearer sk-test"},
+                     {"Content-Type", "application/octet-stream"},
+                     {"anthropic-version", "2023-06-01"}};
+  request.body = Bytes(2 * 1024 * 1024, 'x');
+  OrvidHTTPResponse response = client.data(request);
+
+  EXPECT_EQ(response.headerValue("x-request-id"), "req_1");
+  EXPECT_EQ(response.headerValue("RETRY-AFTER"), "7");
+  EXPECT_EQ(response.headerValue("Content-Type"), "application/json");
+  const LoopbackRequest received = server.requests().at(0);
+  EXPECT_EQ(received.header("authorization"), "Bearer sk-test");
+  EXPECT_EQ(received.header("Content-Type"), "application/octet-stream");
+  EXPECT_EQ(received.header("Anthropic-Version"), "2023-06-01");
+  // A large body goes out at once, without waiting for "100 Continue".
+  EXPECT_EQ(received.header("Expect"), std::nullopt);
+}
+
+TEST(CurlOrvidHTTPClientTest, MovesLargeBodiesIntactInBothDirections) {
+  LoopbackHTTPServer server;
+  server.route("POST", "/echo", echo);
+  server.route("GET", "/big", [](const LoopbackRequest&) {
+    std::string body(12 * 1024 * 1024, '\0');
+    for (std::size_t i = 0; i < body.size(); ++i) body[i] = static_cast<char>('a' + i % 23);
+    return makeReply(200, body, "text/plain");
+  });
+  CurlOrvidHTTPClient client;
+
+  OrvidHTTPRequest upload = requestTo(server, "/echo", "POST");
+  upload.body = Bytes(9 * 1024 * 1024 + 7);
+  for (std::size_t i = 0; i < upload.body->size(); ++i) (*upload.body)[i] = static_cast<std::uint8_t>(i * 31 % 251);
+  OrvidHTTPResponse echoed = client.data(upload);
+  EXPECT_EQ(echoed.body.size(), upload.body->size());
+  EXPECT_TRUE(echoed.body == *upload.body);
+
+  OrvidHTTPResponse downloaded = client.data(requestTo(server, "/big"));
+  ASSERT_EQ(downloaded.body.size(), 12u * 1024 * 1024);
+  EXPECT_EQ(downloaded.body[0], 'a');
+  EXPECT_EQ(downloaded.body[23], 'a');
+  EXPECT_EQ(downloaded.body.back(), static_cast<std::uint8_t>('a' + (12 * 1024 * 1024 - 1) % 23));
+}
+
+TEST(CurlOrvidHTTPClientTest, ReturnsEveryStatusAsAResponse) {
+  LoopbackHTTPServer server;
+  for (int status : {201, 204, 400, 401, 404, 429, 500, 503}) {
+    server.route("GET", "/status/" + std::to_string(status), [status](const LoopbackRequest&) {
+      return makeReply(status, status == 204 ? "" : "{\"status\":" + std::to_string(status) + "}");
+    });
+  }
+  CurlOrvidHTTPClient client;
+  for (int status : {201, 204, 400, 401, 404, 429, 500, 503}) {
+    OrvidHTTPResponse response = client.data(requestTo(server, "/status/" + std::to_string(status)));
+    EXPECT_EQ(response.statusCode, status);
+    EXPECT_EQ(stringFromBytes(response.body), status == 204 ? "" : "{\"status\":" + std::to_string(status) + "}");
+  }
+}
+
+TEST(CurlOrvidHTTPClientTest, FollowsRedirectsAndReportsTheFinalURL) {
+  LoopbackHTTPServer server;
+  server.route("GET", "/old", [](const LoopbackRequest&) {
+    return makeReply(302, "", "text/plain", {{"Location", "/new"}, {"X-Hop", "first"}});
+  });
+  server.route("GET", "/new", [](const LoopbackRequest&) {
+    return makeReply(200, "moved", "text/plain", {{"X-Hop", "second"}});
+  });
+  CurlOrvidHTTPClient client;
+  OrvidHTTPResponse response = client.data(requestTo(server, "/old"));
+  EXPECT_EQ(response.statusCode, 200);
+  EXPECT_EQ(stringFromBytes(response.body), "moved");
+  EXPECT_EQ(response.url.path(), "/new");
+  // Only the final answer's header fields are kept.
+  EXPECT_EQ(response.headerValue("X-Hop"), "second");
+}
+
+TEST(CurlOrvidHTTPClientTest, TimesOutWhenNothingMovesForTheRequestsTimeout) {
+  LoopbackHTTPServer server;
+  server.route("GET", "/slow", [](const LoopbackRequest&) {
+    LoopbackReply reply = makeReply(200, "late");
+    reply.delay = 20s;
+    return reply;
+  });
+  CurlOrvidHTTPClient client;
+  OrvidHTTPRequest request = requestTo(server, "/slow");
+  request.timeout = 300ms;
+  auto start = Clock::now();
+  try {
+    client.data(request);
+    FAIL() << "no timeout";
+  } catch (const OrvidHTTPError& error) {
+    EXPECT_EQ(error.errorCase(), OrvidHTTPError::Case::timedOut);
+  }
+  auto elapsed = Clock::now() - start;
+  EXPECT_GE(elapsed, 300ms);
+  EXPECT_LT(elapsed, 5s);
+}
+
+TEST(CurlOrvidHTTPClientTest, StopRequestFromAnotherThreadAbortsAPendingRequestPromptly) {
+  LoopbackHTTPServer server;
+  server.route("GET", "/slow", [](const LoopbackRequest&) {
+    LoopbackReply reply = makeReply(200, "late");
+    reply.delay = 30s;
+    return reply;
+  });
+  CurlOrvidHTTPClient client;
+  std::stop_source source;
+  auto pending = std::async(std::launch::async, [&] { return client.data(requestTo(server, "/slow"), source.get_token()); });
+  ASSERT_TRUE(server.waitForRequests(1, 10s));
+  auto stopped = Clock::now();
+  source.request_stop();
+  ASSERT_EQ(pending.wait_for(5s), std::future_status::ready);
+  EXPECT_LT(Clock::now() - stopped, 1s);
+  EXPECT_THROW(pending.get(), CancellationError);
+}
+
+TEST(CurlOrvidHTTPClientTest, AlreadyStoppedTokenSendsNothing) {
+  LoopbackHTTPServer server;
+  CurlOrvidHTTPClient client;
+  std::stop_source source;
+  source.request_stop();
+  EXPECT_THROW(client.data(requestTo(server, "/never"), source.get_token()), CancellationError);
+  EXPECT_FALSE(server.waitForRequests(1, 100ms));
+}
+
+TEST(CurlOrvidHTTPClientTest, ReportsTransportFailuresByCase) {
+  CurlOrvidHTTPClient client;
+
+  // A port nobody listens on any more.
+  OrvidHTTPRequest refused;
+  {
+    LoopbackHTTPServer closed;
+    refused = requestTo(closed, "/gone");
+  }
+  try {
+    client.data(refused);
+    FAIL() << "connected to a closed port";
+  } catch (const OrvidHTTPError& error) {
+    EXPECT_EQ(error.errorCase(), OrvidHTTPError::Case::cannotConnectToHost) << error.what();
+  }
+
+  LoopbackHTTPServer server;
+  server.route("GET", "/drop", [](const LoopbackRequest&) {
+    LoopbackReply reply = makeReply(200, std::string(64 * 1024, 'z'), "application/octet-stream");
+    reply.dropConnection = true;
+    return reply;
+  });
+  try {
+    client.data(requestTo(server, "/drop"));
+    FAIL() << "a dropped connection gave an answer";
+  } catch (const OrvidHTTPError& error) {
+    EXPECT_EQ(error.errorCase(), OrvidHTTPError::Case::networkConnectionLost) << error.what();
+  }
+
+  OrvidHTTPRequest ftp;
+  ftp.url = *URL::parse("ftp://127.0.0.1/file");
+  try {
+    client.data(ftp);
+    FAIL() << "ftp was accepted";
+  } catch (const OrvidHTTPError& error) {
+    EXPECT_EQ(error.errorCase(), OrvidHTTPError::Case::badURL);
+  }
+}
+
+TEST(CurlOrvidHTTPClientTest, ServesSeveralThreadsAtOnce) {
+  LoopbackHTTPServer server;
+  server.route("POST", "/echo", echo);
+  CurlOrvidHTTPClient client;
+  std::vector<std::future<bool>> workers;
+  for (int worker = 0; worker < 4; ++worker) {
+    workers.push_back(std::async(std::launch::async, [&, worker] {
+      for (int i = 0; i < 5; ++i) {
+        OrvidHTTPRequest request = requestTo(server, "/echo", "POST");
+        std::string text = "worker " + std::to_string(worker) + " request " + std::to_string(i);
+        request.body = bytesFromString(text);
+        if (stringFromBytes(client.data(request).body) != text) return false;
+      }
+      return true;
+    }));
+  }
+  for (auto& worker : workers) {
+    ASSERT_EQ(worker.wait_for(30s), std::future_status::ready);
+    EXPECT_TRUE(worker.get());
+  }
+  EXPECT_EQ(server.requests().size(), 20u);
+}
+
+}  // namespace
+}  // namespace orvid

@@ -1,0 +1,232 @@
+#include "orvid/platform/user_defaults.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "orvid/platform/temporary_directory.h"
+
+namespace orvid {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string readText(const fs::path& file) {
+  std::ifstream in(file, std::ios::binary);
+  std::stringstream buffer;
+  buffer << in.rdbuf();
+  return buffer.str();
+}
+
+void writeText(const fs::path& file, const std::string& text) {
+  std::ofstream out(file, std::ios::binary);
+  out << text;
+}
+
+std::vector<std::string> entriesOf(const fs::path& folder) {
+  std::vector<std::string> names;
+  for (const auto& entry : fs::directory_iterator(folder)) names.push_back(entry.path().filename().string());
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+// Sets the process umask for the lifetime of the object.
+class ScopedUmask {
+ public:
+  explicit ScopedUmask(mode_t mask) : previous_(::umask(mask)) {}
+  ~ScopedUmask() { ::umask(previous_); }
+
+ private:
+  mode_t previous_;
+};
+
+// Sets or unsets an environment variable for the lifetime of the object.
+class ScopedEnvironment {
+ public:
+  ScopedEnvironment(const char* name, const char* value) : name_(name) {
+    if (const char* old = std::getenv(name)) previous_ = old;
+    if (value) {
+      ::setenv(name, value, 1);
+    } else {
+      ::unsetenv(name);
+    }
+  }
+  ~ScopedEnvironment() {
+    if (previous_) {
+      ::setenv(name_, previous_->c_str(), 1);
+    } else {
+      ::unsetenv(name_);
+    }
+  }
+
+ private:
+  const char* name_;
+  std::optional<std::string> previous_;
+};
+
+TEST(UserDefaultsTest, ValuesRoundTripThroughTheFile) {
+  TemporaryDirectory folder;
+  const fs::path file = folder / "settings.json";
+  {
+    UserDefaults defaults(file);
+    EXPECT_EQ(defaults.dictionary(), nlohmann::json::object());
+    defaults.set("selectedProvider", "openai");
+    defaults.set("useHfMirror", true);
+    defaults.set("legacyFlag", 1);
+    defaults.set("languages", nlohmann::json::array({"en", "zh-Hans"}));
+    defaults.set("nested", {{"a", 1}, {"b", nullptr}});
+    defaults.set("selectedProvider", "soniox");
+  }
+  UserDefaults reread(file);
+  EXPECT_EQ(reread.string("selectedProvider"), "soniox");
+  EXPECT_EQ(reread.boolean("useHfMirror"), true);
+  EXPECT_EQ(reread.boolean("legacyFlag"), true);
+  EXPECT_EQ(reread.value("languages"), nlohmann::json::array({"en", "zh-Hans"}));
+  EXPECT_EQ(reread.value("nested"), (nlohmann::json{{"a", 1}, {"b", nullptr}}));
+  EXPECT_EQ(reread.dictionary().size(), 5u);
+  // Wrong kinds read as absent.
+  EXPECT_EQ(reread.string("useHfMirror"), std::nullopt);
+  EXPECT_EQ(reread.boolean("selectedProvider"), std::nullopt);
+  EXPECT_EQ(reread.value("missing"), std::nullopt);
+  EXPECT_EQ(nlohmann::json::parse(readText(file)), reread.dictionary());
+}
+
+TEST(UserDefaultsTest, ASecondInstanceReadsWhatTheFirstWrote) {
+  TemporaryDirectory folder;
+  const fs::path file = folder / "nested" / "deeper" / "settings.json";
+  UserDefaults writer(file);
+  writer.set("modelDownloadSource", "huggingFace");
+  UserDefaults reader(file);
+  EXPECT_EQ(reader.string("modelDownloadSource"), "huggingFace");
+
+  writer.set("modelDownloadSource", "modelScope");
+  writer.remove("never-set");
+  EXPECT_EQ(reader.string("modelDownloadSource"), "huggingFace");  // held until reloaded
+  reader.reload();
+  EXPECT_EQ(reader.string("modelDownloadSource"), "modelScope");
+
+  writer.remove("modelDownloadSource");
+  EXPECT_EQ(writer.value("modelDownloadSource"), std::nullopt);
+  reader.reload();
+  EXPECT_EQ(reader.dictionary(), nlohmann::json::object());
+}
+
+TEST(UserDefaultsTest, MissingOrCorruptFilesReadAsNoSettings) {
+  TemporaryDirectory folder;
+  for (const std::string contents : {"{\"truncated\": ", "not json at all", "[1, 2, 3]", "\"text\"", ""}) {
+    SCOPED_TRACE(contents);
+    const fs::path file = folder / "settings.json";
+    writeText(file, contents);
+    UserDefaults defaults(file);
+    EXPECT_EQ(defaults.dictionary(), nlohmann::json::object());
+    // The next change writes a valid file again.
+    defaults.set("k", "v");
+    EXPECT_EQ(nlohmann::json::parse(readText(file)), (nlohmann::json{{"k", "v"}}));
+  }
+  UserDefaults missing(folder / "absent.json");
+  EXPECT_EQ(missing.dictionary(), nlohmann::json::object());
+  missing.remove("anything");
+  EXPECT_FALSE(fs::exists(folder / "absent.json"));
+}
+
+TEST(UserDefaultsTest, WritesLeaveOnlyTheSettingsFileOwnerReadable) {
+  TemporaryDirectory folder;
+  const fs::path file = folder / "settings.json";
+  ScopedUmask permissive(0);
+  UserDefaults defaults(file);
+  for (int i = 0; i < 20; ++i) defaults.set("key" + std::to_string(i), i);
+  EXPECT_EQ(entriesOf(folder.path()), std::vector<std::string>{"settings.json"});
+  EXPECT_EQ(fs::status(file).permissions() & fs::perms::all, fs::perms::owner_read | fs::perms::owner_write);
+}
+
+TEST(UserDefaultsTest, ConcurrentSettersLoseNoKeys) {
+  TemporaryDirectory folder;
+  const fs::path file = folder / "settings.json";
+  constexpr int kThreads = 6;
+  constexpr int kKeysPerThread = 25;
+  UserDefaults defaults(file);
+  {
+    std::vector<std::jthread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+      threads.emplace_back([&defaults, t] {
+        for (int i = 0; i < kKeysPerThread; ++i) defaults.set("t" + std::to_string(t) + "-" + std::to_string(i), i);
+      });
+    }
+  }
+  UserDefaults reread(file);
+  for (const auto* source : {&defaults, &reread}) {
+    auto all = source->dictionary();
+    EXPECT_EQ(all.size(), static_cast<std::size_t>(kThreads * kKeysPerThread));
+    for (int t = 0; t < kThreads; ++t) {
+      for (int i = 0; i < kKeysPerThread; ++i) {
+        EXPECT_EQ(all.value("t" + std::to_string(t) + "-" + std::to_string(i), -1), i);
+      }
+    }
+  }
+  EXPECT_EQ(entriesOf(folder.path()), std::vector<std::string>{"settings.json"});
+}
+
+TEST(UserDefaultsTest, AFailedWriteThrowsAndKeepsTheHeldSettings) {
+  TemporaryDirectory folder;
+  writeText(folder / "blocker", "a file where a folder should be");
+  UserDefaults defaults(folder / "blocker" / "settings.json");
+  EXPECT_THROW(defaults.set("k", 1), fs::filesystem_error);
+  EXPECT_EQ(defaults.value("k"), std::nullopt);
+}
+
+TEST(WriteFileAtomicallyTest, ReplacesContentsWithTheGivenPermissions) {
+  TemporaryDirectory folder;
+  ScopedUmask strict(0077);
+  const fs::path file = folder / "sub" / "out.txt";
+  writeFileAtomically(file, "first");
+  EXPECT_EQ(readText(file), "first");
+  writeFileAtomically(file, std::string("second\0with nul", 15),
+                      fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read | fs::perms::others_read);
+  EXPECT_EQ(readText(file), std::string("second\0with nul", 15));
+  EXPECT_EQ(fs::status(file).permissions() & fs::perms::all,
+            fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read | fs::perms::others_read);
+  EXPECT_EQ(entriesOf(folder / "sub"), std::vector<std::string>{"out.txt"});
+}
+
+TEST(WriteFileAtomicallyTest, AFailedRenameLeavesTheTargetAndNoTemporaryFile) {
+  TemporaryDirectory folder;
+  // A non-empty folder cannot be replaced by a file.
+  const fs::path target = folder / "target";
+  fs::create_directory(target);
+  writeText(target / "inside", "kept");
+  EXPECT_THROW(writeFileAtomically(target, "data"), fs::filesystem_error);
+  EXPECT_TRUE(fs::is_directory(target));
+  EXPECT_EQ(readText(target / "inside"), "kept");
+  EXPECT_EQ(entriesOf(folder.path()), std::vector<std::string>{"target"});
+}
+
+TEST(UserDefaultsTest, ConfigDirectoryFollowsTheEnvironmentInOrder) {
+  {
+    ScopedEnvironment own("ORVID_CONFIG_HOME", "/tmp/orvid-own");
+    ScopedEnvironment xdg("XDG_CONFIG_HOME", "/tmp/xdg");
+    EXPECT_EQ(UserDefaults::configDirectory(), fs::path("/tmp/orvid-own"));
+  }
+  {
+    ScopedEnvironment own("ORVID_CONFIG_HOME", "");
+    ScopedEnvironment xdg("XDG_CONFIG_HOME", "/tmp/xdg");
+    EXPECT_EQ(UserDefaults::configDirectory(), fs::path("/tmp/xdg/orvid"));
+  }
+  {
+    ScopedEnvironment own("ORVID_CONFIG_HOME", nullptr);
+    ScopedEnvironment xdg("XDG_CONFIG_HOME", nullptr);
+    ScopedEnvironment home("HOME", "/home/someone");
+    EXPECT_EQ(UserDefaults::configDirectory(), fs::path("/home/someone/.config/orvid"));
+  }
+}
+
+}  // namespace
+}  // namespace orvid

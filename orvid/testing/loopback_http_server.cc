@@ -1,0 +1,222 @@
+#include "orvid/testing/loopback_http_server.h"
+
+#include <algorithm>
+#include <condition_variable>
+#include <map>
+#include <mutex>
+#include <stdexcept>
+#include <thread>
+
+#include <httplib.h>
+
+namespace orvid::testing {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+bool sameName(std::string_view a, std::string_view b) {
+  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
+           return std::tolower(static_cast<unsigned char>(x)) == std::tolower(static_cast<unsigned char>(y));
+         });
+}
+
+LoopbackRequest describe(const httplib::Request& request) {
+  LoopbackRequest described;
+  described.method = request.method;
+  described.path = request.path;
+  for (const auto& [name, value] : request.params) described.queryItems.emplace_back(name, value);
+  for (const auto& [name, value] : request.headers) described.headers.emplace_back(name, value);
+  return described;
+}
+
+LoopbackReply jsonError(int status, std::string message) {
+  LoopbackReply reply;
+  reply.status = status;
+  reply.body = R"({"error":{"message":")" + std::move(message) + R"(","type":"invalid_request_error"}})";
+  return reply;
+}
+
+}  // namespace
+
+LoopbackReply makeReply(int status, std::string body, std::string contentType,
+                        std::vector<std::pair<std::string, std::string>> headers) {
+  LoopbackReply reply;
+  reply.status = status;
+  reply.body = std::move(body);
+  reply.contentType = std::move(contentType);
+  reply.headers = std::move(headers);
+  return reply;
+}
+
+std::optional<std::string> LoopbackRequest::header(std::string_view name) const {
+  for (const auto& [key, value] : headers) {
+    if (sameName(key, name)) return value;
+  }
+  return std::nullopt;
+}
+
+const LoopbackMultipartPart* LoopbackRequest::part(std::string_view name) const {
+  for (const auto& candidate : parts) {
+    if (candidate.name == name) return &candidate;
+  }
+  return nullptr;
+}
+
+struct LoopbackHTTPServer::State {
+  httplib::Server server;
+  int port = 0;
+  std::jthread listener;
+
+  mutable std::mutex mutex;
+  mutable std::condition_variable changed;
+  std::vector<LoopbackRequest> requests;
+  std::map<std::pair<std::string, std::string>, Handler> routes;
+  bool stopping = false;
+  bool listenerFinished = false;
+
+  void respond(LoopbackRequest request, httplib::Response& response, std::optional<LoopbackReply> fixedReply = {}) {
+    Handler handler;
+    {
+      std::lock_guard lock(mutex);
+      requests.push_back(request);
+      auto found = routes.find({request.method == "HEAD" ? "GET" : request.method, request.path});
+      if (found != routes.end()) handler = found->second;
+    }
+    changed.notify_all();
+
+    LoopbackReply reply;
+    if (fixedReply) {
+      reply = std::move(*fixedReply);
+    } else if (handler) {
+      reply = handler(request);
+    } else {
+      reply = jsonError(404, "No route for " + request.method + " " + request.path);
+    }
+
+    if (reply.delay.count() > 0) {
+      std::unique_lock lock(mutex);
+      changed.wait_for(lock, reply.delay, [this] { return stopping; });
+    }
+
+    response.status = reply.status;
+    for (const auto& [name, value] : reply.headers) response.set_header(name, value);
+    if (!reply.dropConnection) {
+      response.set_content(reply.body, reply.contentType);
+      return;
+    }
+    auto body = std::make_shared<std::string>(reply.body.empty() ? std::string("{}") : reply.body);
+    std::size_t half = body->size() / 2;
+    response.set_content_provider(body->size(), reply.contentType,
+                                  [body, half](std::size_t offset, std::size_t length, httplib::DataSink& sink) {
+                                    if (offset >= half) return false;  // closes the connection
+                                    sink.write(body->data() + offset, std::min(length, half - offset));
+                                    return true;
+                                  });
+  }
+};
+
+LoopbackHTTPServer::LoopbackHTTPServer() : state_(std::make_shared<State>()) {
+  State* state = state_.get();
+  auto plain = [state](const httplib::Request& request, httplib::Response& response) {
+    LoopbackRequest described = describe(request);
+    described.body = request.body;
+    state->respond(std::move(described), response);
+  };
+  auto reading = [state](const httplib::Request& request, httplib::Response& response,
+                         const httplib::ContentReader& reader) {
+    LoopbackRequest described = describe(request);
+    bool complete = true;
+    if (request.is_multipart_form_data()) {
+      described.isMultipart = true;
+      complete = reader(
+          [&](const httplib::MultipartFormData& header) {
+            described.parts.push_back({header.name, header.filename, header.content_type, {}});
+            return true;
+          },
+          [&](const char* data, std::size_t length) {
+            if (described.parts.empty()) return false;
+            described.parts.back().content.append(data, length);
+            return true;
+          });
+    } else {
+      complete = reader([&](const char* data, std::size_t length) {
+        described.body.append(data, length);
+        return true;
+      });
+    }
+    std::optional<LoopbackReply> fixed;
+    if (!complete) fixed = jsonError(400, "Malformed request body");
+    state->respond(std::move(described), response, std::move(fixed));
+  };
+
+  auto& server = state->server;
+  server.set_keep_alive_timeout(1);
+  server.Get(".*", plain);
+  server.Options(".*", plain);
+  server.Post(".*", reading);
+  server.Put(".*", reading);
+  server.Patch(".*", reading);
+  server.Delete(".*", reading);
+
+  state->port = server.bind_to_any_port("127.0.0.1");
+  if (state->port <= 0) throw std::runtime_error("the loopback server could not bind 127.0.0.1");
+  state->listener = std::jthread([state] {
+    state->server.listen_after_bind();
+    {
+      std::lock_guard lock(state->mutex);
+      state->listenerFinished = true;
+    }
+    state->changed.notify_all();
+  });
+  // stop() only takes effect once the accept loop runs, so wait for it (bounded).
+  auto deadline = Clock::now() + std::chrono::seconds(5);
+  while (!server.is_running()) {
+    if (Clock::now() > deadline) {
+      stop();
+      throw std::runtime_error("the loopback server did not start");
+    }
+    std::this_thread::yield();
+  }
+}
+
+LoopbackHTTPServer::~LoopbackHTTPServer() { stop(); }
+
+int LoopbackHTTPServer::port() const { return state_->port; }
+
+std::string LoopbackHTTPServer::baseURL() const { return "http://127.0.0.1:" + std::to_string(state_->port); }
+
+void LoopbackHTTPServer::route(std::string method, std::string path, Handler handler) {
+  std::lock_guard lock(state_->mutex);
+  state_->routes[{std::move(method), std::move(path)}] = std::move(handler);
+}
+
+std::vector<LoopbackRequest> LoopbackHTTPServer::requests() const {
+  std::lock_guard lock(state_->mutex);
+  return state_->requests;
+}
+
+bool LoopbackHTTPServer::waitForRequests(std::size_t count, std::chrono::milliseconds timeout) const {
+  std::unique_lock lock(state_->mutex);
+  return state_->changed.wait_for(lock, timeout, [&] { return state_->requests.size() >= count; });
+}
+
+void LoopbackHTTPServer::stop() {
+  {
+    std::lock_guard lock(state_->mutex);
+    state_->stopping = true;
+  }
+  state_->changed.notify_all();
+  if (!state_->listener.joinable()) return;
+  // The accept loop may not have noticed an early stop: repeat it until the loop ends.
+  std::unique_lock lock(state_->mutex);
+  while (!state_->listenerFinished) {
+    lock.unlock();
+    state_->server.stop();
+    lock.lock();
+    state_->changed.wait_for(lock, std::chrono::milliseconds(50), [this] { return state_->listenerFinished; });
+  }
+  lock.unlock();
+  state_->listener.join();
+}
+
+}  // namespace orvid::testing

@@ -1,0 +1,74 @@
+#include "orvid/textprocessing/text_support.h"
+
+#include <memory>
+
+#include <unicode/brkiter.h>
+#include <unicode/uchar.h>
+#include <unicode/unistr.h>
+#include <unicode/utf8.h>
+
+namespace orvid::text_support {
+
+bool isWhitespaceOrNewline(char32_t c) { return u_isUWhiteSpace(static_cast<UChar32>(c)); }
+
+std::string trimWhitespaceAndNewlines(std::string_view text) {
+  const auto* bytes = reinterpret_cast<const uint8_t*>(text.data());
+  const auto length = static_cast<int32_t>(text.size());
+  int32_t start = 0;
+  while (start < length) {
+    int32_t next = start;
+    UChar32 c;
+    U8_NEXT(bytes, next, length, c);
+    if (c < 0 || !u_isUWhiteSpace(c)) break;
+    start = next;
+  }
+  int32_t end = length;
+  while (end > start) {
+    int32_t previous = end;
+    UChar32 c;
+    U8_PREV(bytes, 0, previous, c);
+    if (c < 0 || !u_isUWhiteSpace(c)) break;
+    end = previous;
+  }
+  return std::string(text.substr(static_cast<size_t>(start), static_cast<size_t>(end - start)));
+}
+
+std::string lowercased(std::string_view text) {
+  bool ascii = true;
+  for (char c : text) {
+    if (static_cast<unsigned char>(c) >= 0x80) {
+      ascii = false;
+      break;
+    }
+  }
+  if (ascii) {
+    std::string lower(text);
+    for (char& c : lower) {
+      if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    }
+    return lower;
+  }
+  icu::UnicodeString unicode =
+      icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<int32_t>(text.size())));
+  unicode.toLower(icu::Locale::getRoot());
+  std::string result;
+  unicode.toUTF8String(result);
+  return result;
+}
+
+size_t characterCount(std::string_view text) {
+  icu::UnicodeString unicode =
+      icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<int32_t>(text.size())));
+  UErrorCode status = U_ZERO_ERROR;
+  std::unique_ptr<icu::BreakIterator> characters(
+      icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
+  if (U_FAILURE(status)) return static_cast<size_t>(unicode.countChar32());
+  characters->setText(unicode);
+  size_t count = 0;
+  for (int32_t boundary = characters->next(); boundary != icu::BreakIterator::DONE; boundary = characters->next()) {
+    ++count;
+  }
+  return count;
+}
+
+}  // namespace orvid::text_support
