@@ -6,20 +6,13 @@
 
 #include "orvid/ai/ai_provider_url_builder.h"
 #include "orvid/ai/orvid_provider_error.h"
+#include "orvid/ai/whitespace_trimming.h"
 
 namespace orvid {
 namespace {
 
 constexpr std::chrono::milliseconds kRequestTimeout{60'000};
 constexpr int kDefaultAnthropicMaxTokens = 4096;
-constexpr std::string_view kWhitespace = " \t\n\r\v\f";
-
-std::string trimmed(const std::string& text) {
-  const auto first = text.find_first_not_of(kWhitespace);
-  if (first == std::string::npos) return {};
-  const auto last = text.find_last_not_of(kWhitespace);
-  return text.substr(first, last - first + 1);
-}
 
 nlohmann::json message(const char* role, const std::string& content) {
   return {{"role", role}, {"content", content}};
@@ -131,7 +124,7 @@ void AIProviderRequestBuilder::applyHeaders(OrvidHTTPRequest& request, const AIP
   for (const auto& header : provider.defaultHeaders) request.setHeader(header.name, header.value);
 
   for (const auto& header : configuration.customHeaders) {
-    const auto name = trimmed(header.name);
+    const std::string name(trimmingWhitespaceAndNewlines(header.name));
     if (name.empty()) continue;
     std::optional<std::string> value;
     if (header.isSecret && header.credentialReference) {

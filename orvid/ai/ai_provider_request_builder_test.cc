@@ -74,8 +74,9 @@ TEST_F(AIProviderRequestBuilderTest, CredentialHeadersFollowTheAPIStyle) {
 }
 
 TEST_F(AIProviderRequestBuilderTest, MissingOrEmptyKeyFailsOnlyForStylesThatNeedOne) {
-  InMemoryOrvidCredentialStore emptyKey({{"provider.my-config.api-key", ""}});
-  for (auto credentials : {std::make_shared<InMemoryOrvidCredentialStore>(), std::make_shared<InMemoryOrvidCredentialStore>(emptyKey)}) {
+  InMemoryOrvidCredentialStore emptyKey(std::map<std::string, std::string>{{"provider.my-config.api-key", ""}});
+  for (auto credentials : {std::make_shared<InMemoryOrvidCredentialStore>(),
+                           std::make_shared<InMemoryOrvidCredentialStore>(emptyKey)}) {
     AIProviderRequestBuilder keyless(credentials);
     for (auto style : {AIProviderAPIStyle::openAICompatibleBearer, AIProviderAPIStyle::anthropicMessages}) {
       expectProviderError([&] { keyless.chatCompletionRequest(chat(), descriptor(style), configuration()); },

@@ -2,17 +2,10 @@
 
 #include <regex>
 
+#include "orvid/ai/whitespace_trimming.h"
+
 namespace orvid::AIProviderURLBuilder {
 namespace {
-
-constexpr std::string_view kWhitespace = " \t\n\r\v\f";
-
-std::string_view trimmed(std::string_view text) {
-  const auto first = text.find_first_not_of(kWhitespace);
-  if (first == std::string_view::npos) return {};
-  const auto last = text.find_last_not_of(kWhitespace);
-  return text.substr(first, last - first + 1);
-}
 
 std::string_view withoutTrailingSlashes(std::string_view text) {
   while (!text.empty() && text.back() == '/') text.remove_suffix(1);
@@ -27,7 +20,7 @@ std::string_view withoutOneLeadingSlash(std::string_view text) {
 }  // namespace
 
 std::optional<URL> normalizedBaseURL(std::string_view text) {
-  const auto base = withoutTrailingSlashes(trimmed(text));
+  const auto base = withoutTrailingSlashes(trimmingWhitespaceAndNewlines(text));
   if (base.empty()) return std::nullopt;
   return URL::parse(base);
 }
@@ -35,7 +28,8 @@ std::optional<URL> normalizedBaseURL(std::string_view text) {
 std::optional<URL> endpoint(std::string_view baseURL, const std::optional<std::string>& path) {
   auto base = normalizedBaseURL(baseURL);
   if (!base) return std::nullopt;
-  const auto component = trimmed(path.value_or(""));
+  // An absent path counts as empty.
+  const auto component = path ? trimmingWhitespaceAndNewlines(*path) : std::string_view();
   if (component.empty()) return std::nullopt;
   return base->appendingPathComponent(withoutOneLeadingSlash(component));
 }
@@ -47,16 +41,13 @@ URL chatNormalizedBaseURL(const URL& url) {
   std::smatch match;
   if (std::regex_search(path, match, chatSuffix)) path.erase(static_cast<std::size_t>(match.position(0)));
 
-  std::string text = url.scheme() + "://" + url.host();
-  if (url.port()) text += ":" + std::to_string(*url.port());
-  text += path;
-  if (url.query()) text += "?" + *url.query();
-  return URL::parse(text).value_or(url);
+  // Every other part (scheme, user, host, port, query, fragment) stays as it was.
+  return url.settingPath(std::move(path));
 }
 
 URL chatEndpoint(const URL& baseURL, std::string_view path) {
   const URL base = chatNormalizedBaseURL(baseURL);
-  const auto component = trimmed(path);
+  const auto component = trimmingWhitespaceAndNewlines(path);
   if (component.empty()) return base;
   return base.appendingPathComponent(withoutOneLeadingSlash(component));
 }

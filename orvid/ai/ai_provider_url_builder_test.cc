@@ -33,6 +33,16 @@ TEST(AIProviderURLBuilderTest, EndpointJoinsBaseAndPathWithExactlyOneSlash) {
       {"   ", "models", std::nullopt},
       {"///", "models", std::nullopt},
       {"not a url", "models", std::nullopt},
+      {"https://", "models", std::nullopt},
+      // Unicode white space and line ends count as blank too (no-break space,
+      // ideographic space, line separator).
+      {"\u00a0https://api.example.com/v1/\u3000", "\u2028models\u00a0", "https://api.example.com/v1/models"},
+      {"https://api.example.com/v1", "\u00a0\u2029", std::nullopt},
+      {"\u3000\r\n", "models", std::nullopt},
+      // Inner separators stay; other characters are escaped as path text.
+      {"https://api.example.com/v1", "api/tags", "https://api.example.com/v1/api/tags"},
+      {"https://api.example.com/v1", "my models", "https://api.example.com/v1/my%20models"},
+      {"https://user:pw@api.example.com/v1/#top", "models", "https://user:pw@api.example.com/v1/models#top"},
   };
   for (const auto& testCase : cases) {
     EXPECT_EQ(endpointText(testCase.base, testCase.path), testCase.expected)
@@ -60,6 +70,14 @@ TEST(AIProviderURLBuilderTest, ChatEndpointNeverDoublesTheChatPath) {
       {"https://api.example.com/chatbots/v1", "chat/completions", "https://api.example.com/chatbots/v1/chat/completions"},
       {"https://api.example.com/v1/chat/completions", "  ", "https://api.example.com/v1"},
       {"https://api.example.com", "chat/completions", "https://api.example.com/chat/completions"},
+      {"https://api.example.com/chat", "chat/completions", "https://api.example.com/chat/completions"},
+      {"https://api.example.com/", "\u00a0chat/completions\n", "https://api.example.com/chat/completions"},
+      // Only a trailing chat path is removed, once.
+      {"https://api.example.com/chat/completions/chat/completions", "chat/completions",
+       "https://api.example.com/chat/completions/chat/completions"},
+      {"https://api.example.com/v1/messages/chat", "messages", "https://api.example.com/v1/messages/messages"},
+      {"https://api.example.com/v1/completions", "chat/completions",
+       "https://api.example.com/v1/completions/chat/completions"},
   };
   for (const auto& testCase : cases) {
     auto base = URL::parse(testCase.base);
@@ -74,6 +92,10 @@ TEST(AIProviderURLBuilderTest, NormalisedBaseKeepsSchemeHostPortAndQuery) {
   ASSERT_TRUE(url);
   const auto normalised = AIProviderURLBuilder::chatNormalizedBaseURL(*url);
   EXPECT_EQ(normalised.absoluteString(), "http://[::1]:1234/v1?x=1");
+  auto withUser = URL::parse("https://me:pw@gw.example.com:8443/v1/messages#frag");
+  ASSERT_TRUE(withUser);
+  EXPECT_EQ(AIProviderURLBuilder::chatNormalizedBaseURL(*withUser).absoluteString(),
+            "https://me:pw@gw.example.com:8443/v1#frag");
   EXPECT_EQ(AIProviderURLBuilder::normalizedBaseURL("https://a.example/v1//")->absoluteString(), "https://a.example/v1");
   EXPECT_FALSE(AIProviderURLBuilder::normalizedBaseURL(" \n "));
 }

@@ -20,6 +20,12 @@ std::optional<AIReasoningEffort> aiReasoningEffortFromRawValue(const std::string
   return std::nullopt;
 }
 
+const std::vector<AIReasoningEffort>& allAIReasoningEfforts() {
+  static const std::vector<AIReasoningEffort> efforts{AIReasoningEffort::low, AIReasoningEffort::medium,
+                                                      AIReasoningEffort::high};
+  return efforts;
+}
+
 void to_json(nlohmann::json& json, const AIReasoningEffort& effort) { json = rawValue(effort); }
 
 void from_json(const nlohmann::json& json, AIReasoningEffort& effort) {

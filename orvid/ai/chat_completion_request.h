@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <nlohmann/json_fwd.hpp>
 
@@ -15,6 +16,8 @@ enum class AIReasoningEffort { low, medium, high };
 // "low", "medium", "high".
 std::string rawValue(AIReasoningEffort effort);
 std::optional<AIReasoningEffort> aiReasoningEffortFromRawValue(const std::string& text);
+// Every effort, from low to high.
+const std::vector<AIReasoningEffort>& allAIReasoningEfforts();
 
 void to_json(nlohmann::json& json, const AIReasoningEffort& effort);
 void from_json(const nlohmann::json& json, AIReasoningEffort& effort);

@@ -1,6 +1,7 @@
 #include "orvid/ai/chat_completion_response_parser.h"
 
 #include <cmath>
+#include <cstdint>
 
 #include <nlohmann/json.hpp>
 

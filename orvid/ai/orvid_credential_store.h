@@ -1,6 +1,7 @@
 #pragma once
 
 #include <exception>
+#include <initializer_list>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -72,6 +73,8 @@ class OrvidCredentialStoreError : public std::exception {
 class InMemoryOrvidCredentialStore : public EnumerableOrvidCredentialStore {
  public:
   explicit InMemoryOrvidCredentialStore(std::map<std::string, std::string> initialValues = {});
+  InMemoryOrvidCredentialStore(std::initializer_list<std::pair<const std::string, std::string>> initialValues)
+      : InMemoryOrvidCredentialStore(std::map<std::string, std::string>(initialValues)) {}
 
   std::optional<std::string> readCredential(const std::string& reference) const override;
   void writeCredential(const std::string& value, const std::string& reference) override;

@@ -3,11 +3,13 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -173,16 +175,39 @@ TEST(FileOrvidCredentialStoreTest, DamagedFilesFailWithoutQuotingTheirContents) 
   }
 }
 
+// Points ORVID_CONFIG_HOME at `folder` for the lifetime of the object.
+class ConfigHome {
+ public:
+  explicit ConfigHome(const fs::path& folder) {
+    if (const char* value = std::getenv("ORVID_CONFIG_HOME")) previous_ = value;
+    ::setenv("ORVID_CONFIG_HOME", folder.c_str(), 1);
+  }
+  ~ConfigHome() {
+    if (previous_) {
+      ::setenv("ORVID_CONFIG_HOME", previous_->c_str(), 1);
+    } else {
+      ::unsetenv("ORVID_CONFIG_HOME");
+    }
+  }
+  ConfigHome(const ConfigHome&) = delete;
+  ConfigHome& operator=(const ConfigHome&) = delete;
+
+ private:
+  std::optional<std::string> previous_;
+};
+
 TEST(FileOrvidCredentialStoreTest, ValuesWrittenByOneProcessAreReadByAnother) {
   TemporaryDirectory directory;
   const auto configHome = directory.path() / "config";
+  const ConfigHome environment(configHome);
   const std::string value = "sk-live 'quoted' $HOME `x` \\ end";
 
-  // Another process writes; this one reads.
+  // Another process writes; this one reads, both in the configured folder.
   auto written = run("printf '%s' " + shellQuoted(value) + " | " +
                      helper(configHome, "file", "Brindle", "write", "provider.a.api-key"));
   ASSERT_EQ(written.exitCode, 0);
-  FileOrvidCredentialStore store(configHome / "credentials.json", "Brindle");
+  ASSERT_EQ(FileOrvidCredentialStore::defaultFile(), configHome / "credentials.json");
+  FileOrvidCredentialStore store(FileOrvidCredentialStore::defaultFile(), "Brindle");
   EXPECT_EQ(store.readCredential("provider.a.api-key"), value);
 
   // This process writes; another one reads, lists and deletes.
@@ -246,7 +271,8 @@ TEST(SecretServiceOrvidCredentialStoreTest, KeyringStoresAcrossProcessesInAPriva
   // keyring; each helper line is a separate process.
   std::string script =
       "printf test-password | gnome-keyring-daemon --unlock --components=secrets >/dev/null 2>&1 || exit 77\n" +
-      call("available") + " || exit 77\n" +
+      // The daemon runs: from here on a missing keyring is a failure, not a skip.
+      call("available") + " || exit 9\n" +
       "printf first | " + call("write", "provider.a.api-key") + " || exit 10\n" +
       "printf 'second value' | " + call("write", "provider.a.api-key") + " || exit 11\n" +
       "printf other | " + call("write", "provider.b.x-secret") + " || exit 12\n" +
@@ -257,7 +283,8 @@ TEST(SecretServiceOrvidCredentialStoreTest, KeyringStoresAcrossProcessesInAPriva
       call("delete", "provider.a.api-key") + " || exit 13\n" +
       call("delete", "provider.a.api-key") + " || exit 14\n" +
       call("read", "provider.a.api-key") + "; echo \"after-delete:$?\"\n";
-  const std::string command = "cd " + shellQuoted(root.string()) + " && HOME=" + shellQuoted((root / "home").string()) +
+  const std::string command = "cd " + shellQuoted(root.string()) + " && unset ORVID_CREDENTIAL_STORE && HOME=" +
+                              shellQuoted((root / "home").string()) +
                               " XDG_DATA_HOME=" + shellQuoted((root / "data").string()) +
                               " XDG_RUNTIME_DIR=" + shellQuoted((root / "runtime").string()) +
                               " timeout 60 dbus-run-session -- sh -c " + shellQuoted(script) + " 2>" +

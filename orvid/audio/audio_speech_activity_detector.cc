@@ -149,10 +149,11 @@ AudioSpeechActivityAnalysis analyze(const std::vector<PCMFrame>& frames, const C
   analysis.peakAmplitude = totalPeak;
   analysis.averageRMS = static_cast<float>(std::sqrt(totalSumOfSquares / static_cast<double>(totalSamples)));
   analysis.speechLikeFrameRatio = static_cast<double>(speechLikeWindows) / static_cast<double>(windows.size());
-  analysis.containsSpeech = analysis.durationSeconds >= configuration.minimumClipDurationSeconds &&
-                            analysis.peakAmplitude >= configuration.minimumPeakAmplitude &&
-                            analysis.activeDurationSeconds >= configuration.minimumSpeechDurationSeconds &&
-                            analysis.longestActiveDurationSeconds >= configuration.minimumConsecutiveSpeechDurationSeconds;
+  analysis.containsSpeech =
+      analysis.durationSeconds >= configuration.minimumClipDurationSeconds &&
+      analysis.peakAmplitude >= configuration.minimumPeakAmplitude &&
+      analysis.activeDurationSeconds >= configuration.minimumSpeechDurationSeconds &&
+      analysis.longestActiveDurationSeconds >= configuration.minimumConsecutiveSpeechDurationSeconds;
   return analysis;
 }
 

@@ -58,8 +58,8 @@ std::vector<std::int16_t> tone(double frequency, double amplitude, double second
   const auto count = static_cast<std::size_t>(seconds * sampleRate);
   std::vector<std::int16_t> samples(count);
   for (std::size_t i = 0; i < count; ++i) {
-    samples[i] = static_cast<std::int16_t>(
-        std::lround(amplitude * 32767.0 * std::sin(2 * std::numbers::pi * frequency * static_cast<double>(i) / sampleRate)));
+    const double phase = 2 * std::numbers::pi * frequency * static_cast<double>(i) / sampleRate;
+    samples[i] = static_cast<std::int16_t>(std::lround(amplitude * 32767.0 * std::sin(phase)));
   }
   return samples;
 }
@@ -181,6 +181,7 @@ TEST(AudioSpeechActivityDetectorTest, AConstantSignalHasNoZeroCrossings) {
   const std::vector<std::int16_t> constant(16000, 5000);
   Configuration configuration = permissive(0.02);
   configuration.minimumZeroCrossingRate = 0.001f;
+  configuration.minimumSpeechDurationSeconds = 0.1;
   const auto analysis = analyze(frames(constant, 16000), configuration);
   EXPECT_FALSE(analysis.containsSpeech);
   EXPECT_EQ(analysis.speechLikeFrameRatio, 0);

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <map>
 #include <optional>
 #include <random>
 #include <stdexcept>
@@ -140,7 +141,9 @@ TEST(AudioWAVDecoderTest, SkipsChunksBeforeTheDataIncludingThePadByteOfOddLength
   };
   for (const auto& testCase : cases) {
     Bytes wav = formatPrefix(1, 16000, 16);
-    for (const Chunk& chunk : testCase.chunksBefore) appendChunk(wav, chunk.identifier, chunk.declaredLength, chunk.body);
+    for (const Chunk& chunk : testCase.chunksBefore) {
+      appendChunk(wav, chunk.identifier, chunk.declaredLength, chunk.body);
+    }
     appendChunk(wav, "data", 4, samples);
 
     const auto frames = AudioWAVDecoder::decode(wav, 160);
@@ -346,17 +349,29 @@ TEST(AudioWAVDecoderTest, DecodingAnEncodedRecordingGivesBackItsSamples) {
   }
 }
 
+// What the malformed corpus led to, so the test can tell that it reached every path.
+struct Outcomes {
+  std::map<AudioWAVDecoderError::Case, int> errors;
+  int noFrames = 0;
+  int frames = 0;
+};
+
 // Checks what the decoder may return for any input: a typed error, or frames whose
 // bytes are one contiguous run of the input after the 44-byte header, each frame
 // holding whole sample frames at the header's channel count.
-void expectSafeDecode(const Bytes& input, int samplesPerFrame, const std::string& label) {
+void expectSafeDecode(const Bytes& input, int samplesPerFrame, const std::string& label, Outcomes& outcomes) {
   std::vector<PCMFrame> frames;
   try {
     frames = AudioWAVDecoder::decode(input, samplesPerFrame);
-  } catch (const AudioWAVDecoderError&) {
+  } catch (const AudioWAVDecoderError& error) {
+    ++outcomes.errors[error.errorCase()];
     return;
   }
-  if (frames.empty()) return;
+  if (frames.empty()) {
+    ++outcomes.noFrames;
+    return;
+  }
+  ++outcomes.frames;
   const Bytes run = concatenated(frames);
   ASSERT_LE(run.size() + 44, input.size()) << label;
   ASSERT_NE(std::search(input.begin() + 44, input.end(), run.begin(), run.end()), input.end()) << label;
@@ -381,6 +396,7 @@ TEST(AudioWAVDecoderTest, NeverReadsOutsideMalformedInput) {
     return bytes;
   };
   const std::vector<int> framings = {1, 3, 320, std::numeric_limits<int>::max(), 0, -1};
+  Outcomes outcomes;
 
   // Every truncation of a valid file with a chunk before the data.
   Bytes valid = formatPrefix(2, 16000, 16);
@@ -389,7 +405,7 @@ TEST(AudioWAVDecoderTest, NeverReadsOutsideMalformedInput) {
   for (std::size_t length = 0; length <= valid.size(); ++length) {
     for (int framing : framings) {
       expectSafeDecode(Bytes(valid.begin(), valid.begin() + static_cast<std::ptrdiff_t>(length)), framing,
-                       "truncated to " + std::to_string(length));
+                       "truncated to " + std::to_string(length), outcomes);
     }
   }
 
@@ -397,7 +413,7 @@ TEST(AudioWAVDecoderTest, NeverReadsOutsideMalformedInput) {
   for (int i = 0; i < 3000; ++i) {
     Bytes bytes = randomBytes(generator() % 160);
     if (i % 2 == 1 && bytes.size() >= 16) std::copy_n(formatPrefix(1, 8000, 16).begin(), 16, bytes.begin());
-    expectSafeDecode(bytes, framings[generator() % framings.size()], "random " + std::to_string(i));
+    expectSafeDecode(bytes, framings[generator() % framings.size()], "random " + std::to_string(i), outcomes);
   }
 
   // Valid headers with hostile chunk lengths, channel counts and data sizes.
@@ -415,17 +431,27 @@ TEST(AudioWAVDecoderTest, NeverReadsOutsideMalformedInput) {
         Bytes wav = formatPrefix(channels, 16000, bits);
         appendChunk(wav, "JUNK", skipLength, Bytes(body.begin(), middle));
         appendChunk(wav, "data", dataLength, Bytes(middle, body.end()));
-        expectSafeDecode(wav, framings[sample % framings.size()], "chunks " + std::to_string(sample));
+        expectSafeDecode(wav, framings[sample % framings.size()], "chunks " + std::to_string(sample), outcomes);
         // The data chunk first, declaring more or less than follows.
-        expectSafeDecode(wavWithData(channels, 16000, 16, body), framings[(sample + 1) % framings.size()],
-                         "data " + std::to_string(sample));
+        expectSafeDecode(wavWithData(channels, 16000, bits, body), framings[(sample + 1) % framings.size()],
+                         "data " + std::to_string(sample), outcomes);
         Bytes lying = wavWithData(channels, 16000, 16, body);
         putUInt32(lying, 40, dataLength);
-        expectSafeDecode(lying, framings[(sample + 2) % framings.size()], "declared " + std::to_string(sample));
+        expectSafeDecode(lying, framings[(sample + 2) % framings.size()], "declared " + std::to_string(sample),
+                         outcomes);
         ++sample;
       }
     }
   }
+
+  for (auto errorCase : {AudioWAVDecoderError::Case::unsupportedBitDepth, AudioWAVDecoderError::Case::truncatedHeader,
+                         AudioWAVDecoderError::Case::notAWAVFile, AudioWAVDecoderError::Case::missingFmtChunk,
+                         AudioWAVDecoderError::Case::missingDataChunk,
+                         AudioWAVDecoderError::Case::invalidSamplesPerFrame}) {
+    EXPECT_GT(outcomes.errors[errorCase], 20) << static_cast<int>(errorCase);
+  }
+  EXPECT_GT(outcomes.noFrames, 200);
+  EXPECT_GT(outcomes.frames, 500);
 }
 
 }  // namespace

@@ -38,7 +38,7 @@ TEST(AudioWAVEncoderTest, WritesTheCanonicalHeaderFollowedByTheSamples) {
       'W', 'A', 'V', 'E', 'f', 'm', 't', ' ',           // WAVE, "fmt "
       16, 0, 0, 0, 1, 0, 2, 0,                          // chunk length 16, PCM, 2 channels
       0x22, 0x56, 0, 0,                                 // 22050 Hz
-      0x10, 0xB1, 0x02, 0,                              // 22050 × 2 × 2 = 176400
+      0x88, 0x58, 0x01, 0,                              // 22050 × 2 × 2 = 88200
       4, 0, 16, 0,                                      // block align 4, 16 bits
       'd', 'a', 't', 'a', 6, 0, 0, 0,                   // data, 6 bytes
   };

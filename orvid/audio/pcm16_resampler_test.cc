@@ -77,7 +77,8 @@ TEST(PCM16ResamplerTest, InterpolatesLinearlyRoundingHalfAwayFromZeroAndHoldsThe
       {"downsample to 5/8", {0, 100, 200, 300}, 16000, 10000, {0, 160, 300}},
   };
   for (const auto& testCase : cases) {
-    const PCMFrame output = PCM16Resampler::resample(monoFrame(testCase.input, testCase.sourceRate), testCase.targetRate);
+    const PCMFrame input = monoFrame(testCase.input, testCase.sourceRate);
+    const PCMFrame output = PCM16Resampler::resample(input, testCase.targetRate);
     EXPECT_EQ(unpack(output.pcm16LittleEndian), testCase.expected) << testCase.name;
     EXPECT_EQ(output.sampleCount, static_cast<int>(testCase.expected.size())) << testCase.name;
     EXPECT_EQ(output.sampleRate, testCase.targetRate) << testCase.name;

@@ -18,6 +18,12 @@
 #include "orvid/platform/temporary_directory.h"
 
 namespace orvid {
+
+void PrintTo(const AutomationProcessOutput& output, std::ostream* stream) {
+  *stream << "{exitCode " << output.exitCode << ", stdout " << ::testing::PrintToString(output.stdout) << ", stderr "
+          << ::testing::PrintToString(output.stderr) << "}";
+}
+
 namespace {
 
 using testing::ChildProcessTest;
@@ -90,7 +96,7 @@ TEST_F(AutomationProcessRunnerTest, TheTimeLimitEndsTheRunWithCode124AndTheOutpu
   };
   const std::vector<Case> cases = {
       {"echo working; echo warning >&2; sleep 30 & echo $! > \"$1\"; wait\n", 0, "working\n",
-       "warning\nTimed out after 0 seconds."},
+       "warning\n\nTimed out after 0 seconds."},
       {"sleep 30 & echo $! > \"$1\"; wait\n", -5, "", "Timed out after -5 seconds."},
       {"echo ok; sleep 30 & echo $! > \"$1\"; wait\n", 1, "ok\n", "Timed out after 1 seconds."},
   };

@@ -292,7 +292,7 @@ LoopbackReply chatAnswer(const LoopbackRequest& request, const LoopbackOpenAISer
     const json& format = (*body)["response_format"];
     std::string type = format.is_object() ? format.value("type", "") : "";
     if (type == "json_schema") {
-      const json& schemaWrapper = format.value("json_schema", json());
+      const json schemaWrapper = format.value("json_schema", json());
       static const std::regex validName("[a-zA-Z0-9_-]{1,64}");
       if (!schemaWrapper.is_object() || !schemaWrapper.contains("name") || !schemaWrapper["name"].is_string() ||
           !std::regex_match(schemaWrapper["name"].get<std::string>(), validName)) {
@@ -302,12 +302,13 @@ LoopbackReply chatAnswer(const LoopbackRequest& request, const LoopbackOpenAISer
         return openAIBadRequest("Invalid type for 'response_format.json_schema.strict'.",
                                 "response_format.json_schema.strict");
       }
-      const json& schema = schemaWrapper.value("schema", json());
+      const json schema = schemaWrapper.value("schema", json());
       if (!schema.is_object()) {
         return openAIBadRequest("Invalid 'response_format.json_schema.schema'.", "response_format.json_schema.schema");
       }
       json answer = json::object();
-      for (const auto& [name, property] : schema.value("properties", json::object()).items()) {
+      const json properties = schema.value("properties", json::object());
+      for (const auto& [name, property] : properties.items()) {
         if (property.is_object() && property.value("type", "") == "string") answer[name] = options.chatReply;
       }
       content = answer.dump();

@@ -2,9 +2,12 @@
 
 #include <algorithm>
 #include <chrono>
+#include <map>
 #include <memory>
 
 #include <nlohmann/json.hpp>
+#include <unicode/brkiter.h>
+#include <unicode/locid.h>
 #include <unicode/normalizer2.h>
 #include <unicode/regex.h>
 #include <unicode/uchar.h>
@@ -129,35 +132,98 @@ std::string replaceIgnoringCase(std::string_view text, std::string_view form, st
 
 bool isLetterOrNumber(UChar32 c) { return (U_GET_GC_MASK(c) & (U_GC_L_MASK | U_GC_N_MASK)) != 0; }
 
-// Lower-cased, letters and digits only, as code points (canonically composed first).
-std::u32string matchingForm(std::string_view text) {
-  std::u32string form;
-  bool ascii = std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
-  if (ascii) {
-    for (char c : text) {
-      if (c >= 'A' && c <= 'Z') {
-        form.push_back(static_cast<char32_t>(c - 'A' + 'a'));
-      } else if ((c >= 'a' && c <= 'z') || (c >= '0' && c <= '9')) {
-        form.push_back(static_cast<char32_t>(c));
+// Text as a sequence of characters in the user's sense (extended grapheme
+// clusters), each one comparable unit: a character of one code point is that code
+// point; a longer one ("e" with a combining mark that has no composed form, a
+// Devanagari consonant with its vowel sign) gets an identifier above U+10FFFF,
+// the same for equal characters read by the same instance. Text is canonically
+// composed first, so composed and decomposed spellings are equal.
+class CharacterUnits {
+ public:
+  // The units of `text`; with `matchingForm`, lower-cased and only the characters
+  // whose first code point is a letter or a digit.
+  std::u32string units(std::string_view text, bool matchingForm) {
+    std::u32string result;
+    const bool ascii =
+        std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+    // Every ASCII character but CR LF is a character of its own; CR and LF are
+    // neither letters nor digits.
+    if (ascii && (matchingForm || text.find("\r\n") == std::string_view::npos)) {
+      for (char c : text) {
+        char lower = matchingForm && c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+        bool keep = !matchingForm || (lower >= 'a' && lower <= 'z') || (lower >= '0' && lower <= '9');
+        if (keep) result.push_back(static_cast<char32_t>(static_cast<unsigned char>(lower)));
       }
+      return result;
     }
-    return form;
+    icu::UnicodeString unicode = unicodeFrom(text);
+    if (matchingForm) unicode.toLower(icu::Locale::getRoot());
+    UErrorCode status = U_ZERO_ERROR;
+    if (const icu::Normalizer2* nfc = icu::Normalizer2::getNFCInstance(status); U_SUCCESS(status)) {
+      icu::UnicodeString composed = nfc->normalize(unicode, status);
+      if (U_SUCCESS(status)) unicode = std::move(composed);
+    }
+    auto append = [&](int32_t start, int32_t end) {
+      UChar32 first = unicode.char32At(start);
+      if (matchingForm && !isLetterOrNumber(first)) return;
+      result.push_back(unitOf(unicode, start, end));
+    };
+    if (eachCodePointIsACharacter(unicode)) {
+      for (int32_t i = 0; i < unicode.length();) {
+        int32_t next = unicode.moveIndex32(i, 1);
+        append(i, next);
+        i = next;
+      }
+      return result;
+    }
+    icu::BreakIterator* characters = breakIterator();
+    if (characters == nullptr) return result;
+    characters->setText(unicode);
+    for (int32_t start = characters->first(), end = characters->next(); end != icu::BreakIterator::DONE;
+         start = end, end = characters->next()) {
+      append(start, end);
+    }
+    return result;
   }
-  icu::UnicodeString unicode = unicodeFrom(text);
-  UErrorCode status = U_ZERO_ERROR;
-  const icu::Normalizer2* nfc = icu::Normalizer2::getNFCInstance(status);
-  if (U_SUCCESS(status)) {
-    icu::UnicodeString composed = nfc->normalize(unicode, status);
-    if (U_SUCCESS(status)) unicode = composed;
+
+ private:
+  // True when no code point of `text` joins its neighbours into one character.
+  static bool eachCodePointIsACharacter(const icu::UnicodeString& text) {
+    for (int32_t i = 0; i < text.length();) {
+      UChar32 c = text.char32At(i);
+      if (u_getIntPropertyValue(c, UCHAR_GRAPHEME_CLUSTER_BREAK) != U_GCB_OTHER) return false;
+      i += U16_LENGTH(c);
+    }
+    return true;
   }
-  unicode.toLower(icu::Locale::getRoot());
-  for (int32_t i = 0; i < unicode.length();) {
-    UChar32 c = unicode.char32At(i);
-    if (isLetterOrNumber(c)) form.push_back(static_cast<char32_t>(c));
-    i += U16_LENGTH(c);
+
+  char32_t unitOf(const icu::UnicodeString& text, int32_t start, int32_t end) {
+    UChar32 first = text.char32At(start);
+    if (start + U16_LENGTH(first) >= end) return static_cast<char32_t>(first);
+    std::u32string cluster;
+    for (int32_t i = start; i < end;) {
+      UChar32 c = text.char32At(i);
+      cluster.push_back(static_cast<char32_t>(c));
+      i += U16_LENGTH(c);
+    }
+    auto [entry, added] = clusterIDs_.try_emplace(std::move(cluster), nextClusterID_);
+    if (added) ++nextClusterID_;
+    return entry->second;
   }
-  return form;
-}
+
+  icu::BreakIterator* breakIterator() {
+    if (!characters_) {
+      UErrorCode status = U_ZERO_ERROR;
+      characters_.reset(icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
+      if (U_FAILURE(status)) characters_.reset();
+    }
+    return characters_.get();
+  }
+
+  std::unique_ptr<icu::BreakIterator> characters_;
+  std::map<std::u32string, char32_t> clusterIDs_;
+  char32_t nextClusterID_ = 0x110000;
+};
 
 // Levenshtein distance, stopping early once the similarity can no longer reach
 // `threshold` (the distance only grows from a row's minimum).
@@ -327,10 +393,11 @@ std::vector<std::string> TranscriptCleanupEngine::normalizedDictionaryTerms(
   for (std::string& term : contextDictionaryTerms(context)) candidates.push_back(std::move(term));
   std::vector<std::string> result;
   std::set<std::u32string> keys;
+  CharacterUnits characters;
   for (const std::string& candidate : candidates) {
     std::string trimmed = normalizeWhitespace(candidate);
     if (trimmed.empty()) continue;
-    if (keys.insert(matchingForm(trimmed)).second) result.push_back(std::move(trimmed));
+    if (keys.insert(characters.units(trimmed, true)).second) result.push_back(std::move(trimmed));
   }
   return result;
 }
@@ -370,10 +437,11 @@ std::vector<std::string> TranscriptCleanupEngine::spokenForms(std::string_view t
 std::string TranscriptCleanupEngine::replaceNGramApproximations(std::string_view text, std::string_view term,
                                                                 double threshold) {
   const std::vector<std::string> words = splitAtSpaces(text, false);
-  const std::u32string target = matchingForm(term);
+  CharacterUnits characters;
+  const std::u32string target = characters.units(term, true);
   std::vector<std::u32string> forms;
   forms.reserve(words.size());
-  for (const std::string& word : words) forms.push_back(matchingForm(word));
+  for (const std::string& word : words) forms.push_back(characters.units(word, true));
 
   const size_t targetLength = target.size();
   const size_t allowedDifference = targetLength < 6 ? 3 : targetLength / 2;
@@ -401,24 +469,11 @@ std::string TranscriptCleanupEngine::replaceNGramApproximations(std::string_view
 }
 
 double TranscriptCleanupEngine::similarity(std::string_view a, std::string_view b) {
-  icu::UnicodeString first = unicodeFrom(a);
-  icu::UnicodeString second = unicodeFrom(b);
-  UErrorCode status = U_ZERO_ERROR;
-  if (const icu::Normalizer2* nfc = icu::Normalizer2::getNFCInstance(status); U_SUCCESS(status)) {
-    first = nfc->normalize(first, status);
-    second = nfc->normalize(second, status);
-  }
-  auto scalars = [](const icu::UnicodeString& text) {
-    std::u32string result;
-    for (int32_t i = 0; i < text.length();) {
-      UChar32 c = text.char32At(i);
-      result.push_back(static_cast<char32_t>(c));
-      i += U16_LENGTH(c);
-    }
-    return result;
-  };
+  CharacterUnits characters;
+  const std::u32string first = characters.units(a, false);
+  const std::u32string second = characters.units(b, false);
   // A threshold below every possible value keeps the full computation.
-  return boundedSimilarity(scalars(first), scalars(second), -1.0);
+  return boundedSimilarity(first, second, -1.0);
 }
 
 }  // namespace orvid

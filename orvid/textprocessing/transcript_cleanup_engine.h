@@ -94,8 +94,9 @@ class TranscriptCleanupEngine {
   // single spaces.
   static std::string replaceNGramApproximations(std::string_view text, std::string_view term, double threshold);
 
-  // 1 − edit distance ÷ the longer length, over characters (Unicode scalars after
-  // canonical composition); 1 when both are empty.
+  // 1 − edit distance ÷ the longer length, over characters as the user sees them
+  // (grapheme clusters, composed and decomposed spellings equal); 1 when both are
+  // empty.
   static double similarity(std::string_view a, std::string_view b);
 
  private:

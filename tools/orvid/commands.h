@@ -12,6 +12,7 @@ namespace orvid::cli {
 void addWavCommands(CLI::App& app);
 void addDemoCommands(CLI::App& app);
 void addCredentialCommands(CLI::App& app);
+void addProviderCommands(CLI::App& app);
 
 // A failure the user can act on: printed as one line on stderr, exit status 1.
 struct CommandError {

@@ -3,10 +3,9 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <nlohmann/json.hpp>
 #include <set>
 #include <utility>
-
-#include <nlohmann/json.hpp>
 
 #include "orvid/core/corelib/json_support.h"
 
@@ -176,14 +175,14 @@ std::string nameIn(const std::array<std::pair<E, const char*>, N>& table, E valu
 
 ASRLanguageSelection ASRLanguageSelection::limited(const std::vector<std::string>& supportedLanguageCodes) const {
   std::set<std::string> supported;
-  for (const auto& code : supportedLanguageCodes) supported.insert(lowercased(trimmed(code)));
+  for (const auto& code : supportedLanguageCodes) supported.insert(lowercased(code));
   supported.erase("auto");
   supported.erase("");
   ASRLanguageSelection result;
   std::set<std::string> kept;
   for (const auto& code : languageCodes) {
-    auto key = lowercased(trimmed(code));
-    if (key.empty() || !supported.contains(key) || !kept.insert(key).second) continue;
+    auto key = lowercased(code);
+    if (!supported.contains(key) || !kept.insert(key).second) continue;
     result.languageCodes.push_back(code);
   }
   return result;
@@ -198,12 +197,18 @@ ASRLanguageInputCapability ASRLanguageInputCapability::singleLanguageWithFixedVa
 ASRLanguageInputCapability ASRLanguageInputCapability::broadMultilingual(std::string multilingualValue) {
   return {Kind::broadMultilingual, Behavior::omitLanguage, std::move(multilingualValue)};
 }
-ASRLanguageInputCapability ASRLanguageInputCapability::languageHints() { return {Kind::languageHints, Behavior::omitLanguage, std::nullopt}; }
-ASRLanguageInputCapability ASRLanguageInputCapability::candidateDetection() { return {Kind::candidateDetection, Behavior::omitLanguage, std::nullopt}; }
+ASRLanguageInputCapability ASRLanguageInputCapability::languageHints() {
+  return {Kind::languageHints, Behavior::omitLanguage, std::nullopt};
+}
+ASRLanguageInputCapability ASRLanguageInputCapability::candidateDetection() {
+  return {Kind::candidateDetection, Behavior::omitLanguage, std::nullopt};
+}
 ASRLanguageInputCapability ASRLanguageInputCapability::noLanguageAwareAdapter() {
   return {Kind::noLanguageAwareAdapter, Behavior::omitLanguage, std::nullopt};
 }
-ASRLanguageInputCapability ASRLanguageInputCapability::noLanguageInput() { return {Kind::noLanguageInput, Behavior::omitLanguage, std::nullopt}; }
+ASRLanguageInputCapability ASRLanguageInputCapability::noLanguageInput() {
+  return {Kind::noLanguageInput, Behavior::omitLanguage, std::nullopt};
+}
 
 std::string rawValue(ASRLanguageInputCapability::Kind kind) { return nameIn(kKindNames, kind); }
 std::string rawValue(ASRUnspecifiedLanguageBehavior behavior) { return nameIn(kBehaviorNames, behavior); }

@@ -16,8 +16,9 @@ struct ASRLanguageSelection {
   std::vector<std::string> languageCodes;
 
   // The selected codes a provider supporting `supportedLanguageCodes` accepts: codes
-  // compared case-insensitively, "auto" and blank codes never kept, each language
-  // once (its first spelling wins), order and spelling as the user wrote them.
+  // compared case-insensitively (otherwise exactly), "auto" and empty codes never
+  // kept, each language once (its first spelling wins), order and spelling as the
+  // user wrote them.
   ASRLanguageSelection limited(const std::vector<std::string>& supportedLanguageCodes) const;
 
   bool operator==(const ASRLanguageSelection&) const = default;

@@ -32,7 +32,7 @@ TEST(ASRLanguageSelectionTest, LimitedKeepsSupportedCodesInTheUsersOrderAndSpell
       {{"en", "EN", "de", "en"}, {"en", "de"}, {"en", "de"}},
       {{"auto", "en"}, {"auto", "en"}, {"en"}},
       {{"", " ", "fr"}, {"fr", ""}, {"fr"}},
-      {{" fr "}, {"fr"}, {" fr "}},
+      {{" fr "}, {"fr"}, {}},
       {{"en"}, {"auto"}, {}},
       {{}, {"en"}, {}},
   };

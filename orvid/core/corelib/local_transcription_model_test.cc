@@ -1,6 +1,7 @@
 #include "orvid/core/corelib/local_transcription_model.h"
 
 #include <gtest/gtest.h>
+
 #include <nlohmann/json.hpp>
 
 namespace orvid {
@@ -65,9 +66,9 @@ TEST(LocalTranscriptionModelTest, EngineTypeCasesKeepTheirPositionsAndNames) {
     int index;
     const char* name;
   };
-  const Row rows[] = {{0, "whisperKit"},        {1, "whisperCpp"},       {2, "mlxSenseVoice"},
-                      {5, "mlxParakeet"},       {7, "appleSpeech"},      {8, "mlxCohere"},
-                      {9, "mlxQwen3ASR"},       {10, "mlxVoxtral"},      {13, "mlxFireRedASR"},
+  const Row rows[] = {{0, "whisperKit"},        {1, "whisperCpp"},           {2, "mlxSenseVoice"},
+                      {5, "mlxParakeet"},       {7, "appleSpeech"},          {8, "mlxCohere"},
+                      {9, "mlxQwen3ASR"},       {10, "mlxVoxtral"},          {13, "mlxFireRedASR"},
                       {15, "speechSwiftQwen3"}, {19, "speechSwiftNemotron"}, {21, "speechSwiftOmnilingualMLX"}};
   for (const auto& row : rows) {
     auto type = static_cast<LocalTranscriptionEngineType>(row.index);
@@ -80,7 +81,7 @@ TEST(LocalTranscriptionModelTest, EngineTypeCasesKeepTheirPositionsAndNames) {
 }
 
 TEST(LocalTranscriptionModelTest, ArtifactFormatsAndDownloadSourcesUseTheirCaseNames) {
-  const char* formats[] = {"whisperKitManaged", "whisperCppModel", "mlxCheckpointDirectory",
+  const char* formats[] = {"whisperKitManaged", "whisperCppModel",   "mlxCheckpointDirectory",
                            "systemSpeech",      "speechSwiftModule", "onnxRuntimeBundle"};
   for (int i = 0; i < 6; ++i) {
     auto format = static_cast<LocalTranscriptionArtifactFormat>(i);
@@ -104,10 +105,13 @@ TEST(LocalTranscriptionModelTest, UnloadPoliciesRoundTripAndOnlyTheIdlePolicyCar
   };
   for (const auto& policy : policies) {
     const nlohmann::json json = policy;
-    EXPECT_EQ(json.contains("idleSeconds"), policy.kind == LocalTranscriptionEngineUnloadPolicy::Kind::afterIdleSeconds);
+    EXPECT_EQ(json.contains("idleSeconds"),
+              policy.kind == LocalTranscriptionEngineUnloadPolicy::Kind::afterIdleSeconds);
     EXPECT_EQ(json.get<LocalTranscriptionEngineUnloadPolicy>(), policy) << json.dump();
   }
-  EXPECT_EQ(nlohmann::json(LocalTranscriptionEngineUnloadPolicy::afterIdle(UINT64_MAX)).at("idleSeconds").get<std::uint64_t>(),
+  EXPECT_EQ(nlohmann::json(LocalTranscriptionEngineUnloadPolicy::afterIdle(UINT64_MAX))
+                .at("idleSeconds")
+                .get<std::uint64_t>(),
             UINT64_MAX);
   EXPECT_THROW(nlohmann::json::parse(R"({"kind":"afterIdleSeconds"})").get<LocalTranscriptionEngineUnloadPolicy>(),
                nlohmann::json::exception);
@@ -133,10 +137,10 @@ TEST(LocalTranscriptionModelTest, EngineStateRoundTripsEveryPhase) {
 }
 
 TEST(LocalTranscriptionModelTest, ModelStateRoundTripsWithAndWithoutProgress) {
-  LocalTranscriptionModelState downloading{"whispercpp-base", false, true, false, 73'000'000, 0.5, std::nullopt,
-                                           1.25e6, "/models/ggml-base.bin"};
-  LocalTranscriptionModelState idle{"apple-speech", true, false, false, 0, std::nullopt, std::nullopt, std::nullopt,
-                                    std::nullopt};
+  LocalTranscriptionModelState downloading{
+      "whispercpp-base", false, true, false, 73'000'000, 0.5, std::nullopt, 1.25e6, "/models/ggml-base.bin"};
+  LocalTranscriptionModelState idle{"apple-speech", true,         false,        false,       0,
+                                    std::nullopt,   std::nullopt, std::nullopt, std::nullopt};
   for (const auto& state : {downloading, idle}) {
     const nlohmann::json json = state;
     EXPECT_EQ(json.get<LocalTranscriptionModelState>(), state) << json.dump();

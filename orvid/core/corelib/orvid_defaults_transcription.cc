@@ -29,13 +29,12 @@ Codes withAuto(const Codes& codes) {
 // language picker offers.
 const Codes& whisperLanguages() {
   static const Codes codes{
-      "en", "zh-Hans", "zh-Hant", "de", "es",  "ru", "ko", "fr", "ja", "pt", "tr", "pl", "ca", "nl", "ar",
-      "sv", "it",      "id",      "hi", "fi",  "vi", "he", "uk", "el", "ms", "cs", "ro", "da", "hu", "ta",
-      "no", "th",      "ur",      "hr", "bg",  "lt", "la", "mi", "ml", "cy", "sk", "te", "fa", "lv", "bn",
-      "sr", "az",      "sl",      "kn", "et",  "mk", "br", "eu", "is", "hy", "ne", "mn", "bs", "kk", "sq",
-      "sw", "gl",      "mr",      "pa", "si",  "km", "sn", "yo", "so", "af", "oc", "ka", "be", "tg", "sd",
-      "gu", "am",      "yi",      "lo", "uz",  "fo", "ht", "ps", "tk", "nn", "mt", "sa", "lb", "my", "bo",
-      "tl", "mg",      "as",      "tt", "haw", "ln", "ha", "ba", "jw", "su", "yue",
+      "en", "zh-Hans", "zh-Hant", "de", "es", "ru", "ko", "fr", "ja", "pt",  "tr", "pl", "ca", "nl", "ar", "sv",  "it",
+      "id", "hi",      "fi",      "vi", "he", "uk", "el", "ms", "cs", "ro",  "da", "hu", "ta", "no", "th", "ur",  "hr",
+      "bg", "lt",      "la",      "mi", "ml", "cy", "sk", "te", "fa", "lv",  "bn", "sr", "az", "sl", "kn", "et",  "mk",
+      "br", "eu",      "is",      "hy", "ne", "mn", "bs", "kk", "sq", "sw",  "gl", "mr", "pa", "si", "km", "sn",  "yo",
+      "so", "af",      "oc",      "ka", "be", "tg", "sd", "gu", "am", "yi",  "lo", "uz", "fo", "ht", "ps", "tk",  "nn",
+      "mt", "sa",      "lb",      "my", "bo", "tl", "mg", "as", "tt", "haw", "ln", "ha", "ba", "jw", "su", "yue",
   };
   return codes;
 }
@@ -57,26 +56,26 @@ const Codes& qwen3ASRLanguages() {
 
 // Voxtral's 13 languages.
 const Codes& voxtralLanguages() {
-  static const Codes codes{"en", "zh-Hans", "zh-Hant", "hi", "es", "ar", "fr", "pt", "ru", "de", "ja", "ko", "it", "nl"};
+  static const Codes codes{"en", "zh-Hans", "zh-Hant", "hi", "es", "ar", "fr",
+                           "pt", "ru",      "de",      "ja", "ko", "it", "nl"};
   return codes;
 }
 
 // Deepgram Nova-3's monolingual languages.
 const Codes& deepgramNova3Languages() {
-  static const Codes codes{"en", "es", "fr", "de", "hi", "ru", "pt", "ja", "it", "nl", "bg", "ca", "cs", "da",
-                           "et", "fi", "el", "hu", "id", "ko", "lv", "lt", "ms", "no", "pl", "ro", "sk", "sv",
-                           "tr", "uk", "vi", "zh-Hans", "zh-Hant"};
+  static const Codes codes{"en", "es", "fr", "de", "hi", "ru", "pt", "ja", "it", "nl",      "bg",
+                           "ca", "cs", "da", "et", "fi", "el", "hu", "id", "ko", "lv",      "lt",
+                           "ms", "no", "pl", "ro", "sk", "sv", "tr", "uk", "vi", "zh-Hans", "zh-Hant"};
   return codes;
 }
 
 // Soniox's languages.
 const Codes& sonioxLanguages() {
-  static const Codes codes{"af", "sq", "ar", "az", "eu", "be", "bn", "bs", "bg", "ca", "zh-Hans", "zh-Hant",
-                           "hr", "cs", "da", "nl", "en", "et", "fi", "fr", "gl", "de", "el",      "gu",
-                           "he", "hi", "hu", "id", "it", "ja", "kn", "kk", "ko", "lv", "lt",      "mk",
-                           "ms", "ml", "mr", "no", "fa", "pl", "pt", "pa", "ro", "ru", "sr",      "sk",
-                           "sl", "es", "sw", "sv", "tl", "ta", "te", "th", "tr", "uk", "ur",      "vi",
-                           "cy"};
+  static const Codes codes{"af", "sq", "ar", "az", "eu", "be", "bn", "bs", "bg", "ca", "zh-Hans", "zh-Hant", "hr",
+                           "cs", "da", "nl", "en", "et", "fi", "fr", "gl", "de", "el", "gu",      "he",      "hi",
+                           "hu", "id", "it", "ja", "kn", "kk", "ko", "lv", "lt", "mk", "ms",      "ml",      "mr",
+                           "no", "fa", "pl", "pt", "pa", "ro", "ru", "sr", "sk", "sl", "es",      "sw",      "sv",
+                           "tl", "ta", "te", "th", "tr", "uk", "ur", "vi", "cy"};
   return codes;
 }
 
@@ -103,9 +102,10 @@ TranscriptionProviderDescriptor provider(std::string id, std::string name, Codes
 std::vector<TranscriptionProviderDescriptor> cloudProviders() {
   const std::string openAIBase = "https://api.openai.com/v1";
   return {
-      provider("openai", "OpenAI", withAuto(whisperLanguages()),
-               cloud(API::openAICompatible, url(openAIBase), {"gpt-4o-transcribe", "gpt-4o-mini-transcribe", "whisper-1"},
-                     url(openAIBase), {"gpt-4o-transcribe", "gpt-4o-mini-transcribe", "whisper-1"})),
+      provider(
+          "openai", "OpenAI", withAuto(whisperLanguages()),
+          cloud(API::openAICompatible, url(openAIBase), {"gpt-4o-transcribe", "gpt-4o-mini-transcribe", "whisper-1"},
+                url(openAIBase), {"gpt-4o-transcribe", "gpt-4o-mini-transcribe", "whisper-1"})),
       provider("groq", "Groq", withAuto(whisperLanguages()),
                cloud(API::openAICompatible, url("https://api.groq.com/openai/v1"),
                      {"whisper-large-v3-turbo", "whisper-large-v3"})),
@@ -213,8 +213,7 @@ std::vector<LocalTranscriptionModelDescriptor> localModels() {
       whisperCpp("whispercpp-base", "Whisper Base (whisper.cpp)", "ggml-base.bin", 147951465, multilingual),
       whisperCpp("whispercpp-base-en", "Whisper Base English (whisper.cpp)", "ggml-base.en.bin", 147964211, english),
       whisperCpp("whispercpp-small", "Whisper Small (whisper.cpp)", "ggml-small.bin", 487601967, multilingual),
-      whisperCpp("whispercpp-small-en", "Whisper Small English (whisper.cpp)", "ggml-small.en.bin", 487614201,
-                 english),
+      whisperCpp("whispercpp-small-en", "Whisper Small English (whisper.cpp)", "ggml-small.en.bin", 487614201, english),
       whisperCpp("whispercpp-medium", "Whisper Medium (whisper.cpp)", "ggml-medium.bin", 1533763059, multilingual),
       whisperCpp("whispercpp-medium-en", "Whisper Medium English (whisper.cpp)", "ggml-medium.en.bin", 1533774781,
                  english),
@@ -251,8 +250,8 @@ std::vector<LocalTranscriptionModelDescriptor> localModels() {
           "mlx-community/GLM-ASR-Nano-2512-8bit", 2500, {"auto", "zh-Hans", "zh-Hant", "en", "yue"}),
       mlx("mlx-granite-speech-4.1-2b", "Granite Speech 4.1 2B NAR (MLX)", EngineType::mlxGraniteSpeech,
           "mlx-community/granite-speech-4.1-2b-nar-mlx", 1600, {"auto", "en", "fr", "de", "es", "pt", "ja"}),
-      mlx("mlx-fireredasr2-aed", "FireRedASR2 AED (MLX)", EngineType::mlxFireRedASR, "mlx-community/FireRedASR2-AED-mlx",
-          4570, {"auto", "zh-Hans", "zh-Hant", "en"}),
+      mlx("mlx-fireredasr2-aed", "FireRedASR2 AED (MLX)", EngineType::mlxFireRedASR,
+          "mlx-community/FireRedASR2-AED-mlx", 4570, {"auto", "zh-Hans", "zh-Hant", "en"}),
 
       speechModule("speech-qwen3-asr-0.6b", "Qwen3-ASR 0.6B (speech module)", EngineType::speechSwiftQwen3,
                    "quillmoss/Qwen3-ASR-0.6B-MLX-4bit", 700, withAuto(qwen3ASRLanguages())),
@@ -278,10 +277,9 @@ std::vector<LocalTranscriptionModelDescriptor> localModels() {
   appleSpeech.fileName = "apple-speech";
   appleSpeech.approximateSizeMB = 0;
   appleSpeech.engineType = EngineType::appleSpeech;
-  appleSpeech.languageCodes = {"auto", "en", "zh-Hans", "zh-Hant", "yue", "de", "fr", "es", "it", "pt", "ja",
-                               "ko",   "ru", "nl",      "sv",      "da",  "no", "fi", "pl", "tr", "ar", "he",
-                               "hi",   "th", "vi",      "id",      "ms",  "uk", "cs", "el", "hu", "ro", "sk",
-                               "hr",   "ca"};
+  appleSpeech.languageCodes = {"auto", "en", "zh-Hans", "zh-Hant", "yue", "de", "fr", "es", "it", "pt", "ja", "ko",
+                               "ru",   "nl", "sv",      "da",      "no",  "fi", "pl", "tr", "ar", "he", "hi", "th",
+                               "vi",   "id", "ms",      "uk",      "cs",  "el", "hu", "ro", "sk", "hr", "ca"};
   appleSpeech.artifactFormat = Format::systemSpeech;
   models.push_back(std::move(appleSpeech));
   return models;
@@ -298,7 +296,8 @@ const std::vector<TranscriptionProviderDescriptor>& OrvidDefaults::transcription
   static const std::vector<TranscriptionProviderDescriptor> providers = [] {
     auto all = cloudProviders();
     for (const auto& model : localTranscriptionModels()) {
-      all.push_back({"local." + model.id, model.name, model.languageCodes, TranscriptionProviderBackend::onDevice(model)});
+      all.push_back(
+          {"local." + model.id, model.name, model.languageCodes, TranscriptionProviderBackend::onDevice(model)});
     }
     return all;
   }();

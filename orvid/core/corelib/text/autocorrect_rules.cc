@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <utility>
+#include <vector>
 
 #include "orvid/core/corelib/text/unicode_text.h"
 
@@ -37,6 +38,56 @@ void dropTrailingBlanks(std::u32string& text) {
   while (!text.empty() && isBlank(text.back())) text.pop_back();
 }
 
+constexpr std::u32string_view kFullWidthMarks = U"，。；：！？、";
+
+bool startsWithIgnoringASCIICase(std::u32string_view text, std::u32string_view prefix) {
+  if (text.size() < prefix.size()) return false;
+  for (size_t i = 0; i < prefix.size(); ++i) {
+    char32_t c = text[i];
+    if (c >= U'A' && c <= U'Z') c = c - U'A' + U'a';
+    if (c != prefix[i]) return false;
+  }
+  return true;
+}
+
+// A web address or an e-mail address: "https://example.com/a,b", "www.example.com",
+// "name@example.com".
+bool isAddress(std::u32string_view token) {
+  if (token.find(U"://") != std::u32string_view::npos) return true;
+  if (startsWithIgnoringASCIICase(token, U"www.")) return true;
+  size_t at = token.find(U'@');
+  return at != std::u32string_view::npos && at > 0 && isLetterOrDigit(token[at - 1]) && at + 1 < token.size() &&
+         isLetterOrDigit(token[at + 1]) && token.find(U'.', at) != std::u32string_view::npos;
+}
+
+// Which characters of `text` belong to an address that the punctuation and
+// capitalisation rules must leave alone. Addresses end at white space, CJK text
+// and full-width punctuation; punctuation at their end ("visit example.com.")
+// is not part of them.
+std::vector<bool> addressMask(const std::u32string& text) {
+  std::vector<bool> mask(text.size(), false);
+  auto endsToken = [](char32_t c) {
+    return unicode_text::isWhiteSpace(c) || isCJK(c) || isOneOf(c, kFullWidthMarks) ||
+           isOneOf(c, U"「」『』（）《》“”‘’");
+  };
+  for (size_t start = 0; start < text.size();) {
+    if (endsToken(text[start])) {
+      ++start;
+      continue;
+    }
+    size_t end = start;
+    while (end < text.size() && !endsToken(text[end])) ++end;
+    size_t last = end;
+    while (last > start && isOneOf(text[last - 1], U".,;:!?)]}\"'")) --last;
+    if (isAddress(std::u32string_view(text).substr(start, last - start))) {
+      std::fill(mask.begin() + static_cast<std::ptrdiff_t>(start), mask.begin() + static_cast<std::ptrdiff_t>(last),
+                true);
+    }
+    start = end;
+  }
+  return mask;
+}
+
 // "你 好" -> "你好".
 std::u32string removeSpaceBetweenCJK(const std::u32string& text) {
   std::u32string out;
@@ -66,14 +117,18 @@ char32_t fullWidthFor(char32_t c) {
   }
 }
 
-constexpr std::u32string_view kFullWidthMarks = U"，。；：！？、";
-
 // "你好 , 世界." -> "你好，世界。".
 std::u32string useFullWidthPunctuation(const std::u32string& text) {
+  const std::vector<bool> inAddress = addressMask(text);
   std::u32string out;
   out.reserve(text.size());
   for (size_t i = 0; i < text.size();) {
     char32_t c = text[i];
+    if (inAddress[i]) {
+      out.push_back(c);
+      ++i;
+      continue;
+    }
     if (isOneOf(c, kFullWidthMarks)) {
       dropTrailingBlanks(out);
       out.push_back(c);
@@ -115,11 +170,12 @@ std::u32string useFullWidthPunctuation(const std::u32string& text) {
 
 // "Hello , world" -> "Hello, world"; "end.Next" -> "end. Next".
 std::u32string spaceAroundPunctuation(const std::u32string& text) {
+  const std::vector<bool> inAddress = addressMask(text);
   std::u32string out;
   out.reserve(text.size() + 8);
   for (size_t i = 0; i < text.size(); ++i) {
     char32_t c = text[i];
-    if (!isOneOf(c, U",.;:!?")) {
+    if (inAddress[i] || !isOneOf(c, U",.;:!?")) {
       out.push_back(c);
       continue;
     }
@@ -231,10 +287,15 @@ bool dotEndsAbbreviation(const std::u32string& text, size_t index) {
 
 // "hello. how are you" -> "Hello. How are you".
 std::u32string capitalizeSentences(const std::u32string& text) {
+  const std::vector<bool> inAddress = addressMask(text);
   std::u32string out = text;
   bool atSentenceStart = true;
   for (size_t i = 0; i < out.size(); ++i) {
     char32_t c = out[i];
+    if (inAddress[i]) {
+      atSentenceStart = false;
+      continue;
+    }
     if (atSentenceStart) {
       if (isLatinLetter(c)) {
         size_t end = i;
@@ -254,7 +315,8 @@ std::u32string capitalizeSentences(const std::u32string& text) {
     if (isOneOf(c, U"。！？")) {
       atSentenceStart = true;
     } else if (isOneOf(c, U".!?") && i + 1 < out.size() && unicode_text::isWhiteSpace(out[i + 1])) {
-      if (c != U'.' || !dotEndsAbbreviation(out, i)) atSentenceStart = true;
+      // A dot right after an address ends a sentence, whatever the address looks like.
+      if (c != U'.' || (i > 0 && inAddress[i - 1]) || !dotEndsAbbreviation(out, i)) atSentenceStart = true;
     }
   }
   return out;

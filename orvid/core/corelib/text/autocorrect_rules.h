@@ -40,6 +40,11 @@ namespace orvid {
 //                             ("www.example.com", "x1"); the word after a known
 //                             abbreviation ("etc.", "Dr."), an initial or an initialism
 //                             ("e.g.", "U.S.") or an ellipsis is left alone.
+//
+// Web and e-mail addresses ("https://example.com/a,b", "www.example.com",
+// "name@example.com") are left alone by the punctuation and capitalisation rules;
+// punctuation right after them still counts, and a dot right after one ends a
+// sentence ("visit www.example.com. next" -> "Visit www.example.com. Next").
 enum class AutocorrectRule {
   noSpaceBetweenCJK,
   fullWidthPunctuation,

@@ -108,6 +108,21 @@ TEST(AutocorrectRulesTest, AppliesEveryRuleByDefaultInOrder) {
   EXPECT_EQ(rules.format("hello , world.this is fine"), "Hello, world.this is fine");
 }
 
+TEST(AutocorrectRulesTest, LeavesWebAndMailAddressesAlone) {
+  const std::vector<RuleCase> cases = {
+      {"url http://example.com/a,b is fine", "Url http://example.com/a,b is fine"},
+      {"https://example.com is up. ok", "https://example.com is up. Ok"},
+      {"write to john.doe@example.com.thanks", "Write to john.doe@example.com.thanks"},
+      {"visit www.example.com. next one", "Visit www.example.com. Next one"},
+      {"访问https://example.com/a,b。谢谢", "访问 https://example.com/a,b。谢谢"},
+      {"网址www.example.com.好", "网址 www.example.com。好"},
+      // Without an address the same punctuation is still tidied.
+      {"url example/a,b is fine", "Url example/a, b is fine"},
+  };
+  AutocorrectRules rules;
+  for (const RuleCase& c : cases) EXPECT_EQ(rules.format(c.input), c.expected) << c.input;
+}
+
 TEST(AutocorrectRulesTest, ApplyRulesSwitchesOnlyNamedRulesAndIgnoresUnknownNames) {
   AutocorrectRules rules;
   rules.applyRules({{"spaceBetweenCJKAndDigits", false}, {"noSuchRule", false}});

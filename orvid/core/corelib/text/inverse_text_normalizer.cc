@@ -905,6 +905,10 @@ class ChineseNormalizer {
     };
     if (isProtected(begin, end)) return keep();
 
+    if (at(end) == U'月') {
+      if (auto next = normalizeDate(run, end)) return *next;
+    }
+
     bool allBare = std::all_of(run.begin(), run.end(), isBareDigit);
     if (allBare && at(end) == U'年') {
       bool countingUp = run.size() == 2 && chineseDigit(run[1]) == chineseDigit(run[0]) + 1;
@@ -938,6 +942,39 @@ class ChineseNormalizer {
     auto number = parseChineseCardinal(run);
     if (!number || !number->hasUnit) return keep();
     return write(formatChineseCardinal(*number));
+  }
+
+  // A month (一 to 十二) or a day of the month (一 to 三十一).
+  static std::optional<int64_t> datePart(std::u32string_view run, int64_t largest) {
+    if (run.empty() || chineseDigit(run[0]) == 0) return std::nullopt;
+    if (run.find_first_of(U"点點") != std::u32string_view::npos) return std::nullopt;
+    auto value = parseChineseInteger(run);
+    if (!value || *value < 1 || *value > largest) return std::nullopt;
+    return value;
+  }
+
+  // The month `run` before the 月 at `monthMark`: with a day ("三月五日",
+  // "十月一号") both become digits; alone only right after a year already written
+  // in digits ("2024年三月"). Returns where to continue, or absent to leave the run
+  // to the other rules.
+  std::optional<size_t> normalizeDate(std::u32string_view run, size_t monthMark) {
+    auto month = datePart(run, 12);
+    if (!month) return std::nullopt;
+    size_t dayStart = monthMark + 1;
+    if (dayStart < text_.size() && isChineseNumeral(text_[dayStart])) {
+      size_t dayEnd = runEnd(dayStart);
+      char32_t dayMark = at(dayEnd);
+      auto day = datePart(std::u32string_view(text_).substr(dayStart, dayEnd - dayStart), 31);
+      if (day && (dayMark == U'日' || dayMark == U'号' || dayMark == U'號') && !isProtected(dayStart, dayEnd)) {
+        out_ += unicode_text::toUTF32(std::to_string(*month)) + U'月' + unicode_text::toUTF32(std::to_string(*day)) +
+                dayMark;
+        return dayEnd + 1;
+      }
+    }
+    bool afterWrittenYear = out_.size() >= 2 && out_.back() == U'年' && unicode_text::isASCIIDigit(out_[out_.size() - 2]);
+    if (!afterWrittenYear) return std::nullopt;
+    out_ += unicode_text::toUTF32(std::to_string(*month));
+    return monthMark;
   }
 
   std::u32string text_;

@@ -49,6 +49,9 @@ namespace orvid {
 //    list of idioms ("十万火急", "一五一十", "三十而立", "一点一点").
 //  - Years: four bare digits before 年, or two that are not neighbours counting
 //    up: "二零二四年" -> "2024年", "九八年" -> "98年" ("三四年", three or four years, stays).
+//  - Dates: a month (一 to 十二) before 月 with a day (一 to 三十一) before 日 or 号:
+//    "三月五日" -> "3月5日", "十月一号" -> "10月1号"; a month alone converts only
+//    right after a year written in digits ("二零二四年三月" -> "2024年3月"; "三月" stays).
 //  - Decimals: "三点五" -> "3.5", "零点五" -> "0.5", "三点五亿" -> "3.5亿".
 //  - Times: "<hour>点<minutes>分" -> "3:15" (hour up to 24, minutes up to 59).
 //  - Percentages: "百分之<number>" -> "23.5%", "百分之百" -> "100%".

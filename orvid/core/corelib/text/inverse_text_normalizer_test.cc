@@ -118,6 +118,25 @@ TEST(InverseTextNormalizerTest, WritesChineseNumbers) {
                       });
 }
 
+TEST(InverseTextNormalizerTest, WritesChineseDates) {
+  expectPhrases("zh", {
+                          {"二零二四年三月五日", "2024年3月5日"},
+                          {"一九四九年十月一日成立", "1949年10月1日成立"},
+                          {"三月五日", "3月5日"},
+                          {"十月一号", "10月1号"},
+                          {"十二月二十五日圣诞节", "12月25日圣诞节"},
+                          {"二零二四年三月", "2024年3月"},
+                          {"2024年六月", "2024年6月"},
+                          // A month alone, or after a year in words, stays.
+                          {"我们三月见", "我们三月见"},
+                          {"三年三月", "三年三月"},
+                          // Not a month, not a day.
+                          {"十三月五日", "13月五日"},
+                          {"三月三十二日", "三月32日"},
+                          {"一月一日一五一十", "1月1日一五一十"},
+                      });
+}
+
 TEST(InverseTextNormalizerTest, KeepsChineseWordsThatAreNotNumbers) {
   expectPhrases("zh", {
                           {"三个人", "三个人"},

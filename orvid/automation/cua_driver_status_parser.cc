@@ -1,0 +1,194 @@
+#include "orvid/automation/cua_driver_status_parser.h"
+
+#include <initializer_list>
+
+#include <nlohmann/json.hpp>
+
+#include "orvid/ai/secret_redactor.h"
+
+namespace orvid::CUADriverStatusParser {
+namespace {
+
+using nlohmann::json;
+
+std::string lowercased(std::string_view text) {
+  std::string lower(text);
+  for (char& c : lower) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  }
+  return lower;
+}
+
+bool contains(std::string_view text, std::string_view word) { return text.find(word) != std::string_view::npos; }
+
+// The member `key` of `object`, or null when there is none.
+const json* member(const json& object, const char* key) {
+  if (!object.is_object()) return nullptr;
+  auto found = object.find(key);
+  return found == object.end() ? nullptr : &*found;
+}
+
+// The first of `keys` that `object` has.
+const json* firstPresent(const json& object, std::initializer_list<const char*> keys) {
+  for (const char* key : keys) {
+    if (const json* value = member(object, key)) return value;
+  }
+  return nullptr;
+}
+
+// Text as itself, any other value as its JSON text.
+std::optional<std::string> stringValue(const json* value) {
+  if (value == nullptr) return std::nullopt;
+  if (value->is_string()) return value->get<std::string>();
+  return value->dump();
+}
+
+std::optional<bool> boolValue(const json* value) {
+  if (value == nullptr) return std::nullopt;
+  if (value->is_boolean()) return value->get<bool>();
+  if (!value->is_string()) return std::nullopt;
+  std::string lower = lowercased(value->get_ref<const std::string&>());
+  for (const char* yes : {"true", "yes", "ok", "ready", "granted", "running"}) {
+    if (lower == yes) return true;
+  }
+  for (const char* no : {"false", "no", "missing", "denied", "stopped"}) {
+    if (lower == no) return false;
+  }
+  return std::nullopt;
+}
+
+CUAPermissionState permissionState(const json* value) {
+  if (value == nullptr) return CUAPermissionState::unknown;
+  if (auto flag = boolValue(value)) return *flag ? CUAPermissionState::granted : CUAPermissionState::missing;
+  std::string lower = lowercased(stringValue(value).value_or(""));
+  if (contains(lower, "granted") || contains(lower, "ok")) return CUAPermissionState::granted;
+  if (contains(lower, "missing") || contains(lower, "denied")) return CUAPermissionState::missing;
+  return CUAPermissionState::unknown;
+}
+
+bool isWordByte(unsigned char c) {
+  return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_' || c >= 0x80;
+}
+
+bool isSpaceOrColon(char c) { return c == ':' || c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' || c == '\v'; }
+
+bool isVersionByte(char c) {
+  return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '.' || c == '-';
+}
+
+// The first "version" at a word start followed by colons or white space and then
+// a run of letters, digits, dots and hyphens: that run.
+std::optional<std::string> version(std::string_view text) {
+  std::string lower = lowercased(text);
+  for (std::size_t at = lower.find("version"); at != std::string::npos; at = lower.find("version", at + 1)) {
+    if (at > 0 && isWordByte(static_cast<unsigned char>(lower[at - 1]))) continue;
+    std::size_t cursor = at + 7;
+    std::size_t separatorStart = cursor;
+    while (cursor < text.size() && isSpaceOrColon(text[cursor])) ++cursor;
+    if (cursor == separatorStart) continue;
+    std::size_t valueStart = cursor;
+    while (cursor < text.size() && isVersionByte(text[cursor])) ++cursor;
+    if (cursor > valueStart) return std::string(text.substr(valueStart, cursor - valueStart));
+  }
+  return std::nullopt;
+}
+
+std::optional<std::string> daemonState(std::string_view lower) {
+  if (contains(lower, "running")) return "running";
+  if (contains(lower, "stopped")) return "stopped";
+  return std::nullopt;
+}
+
+CUAPermissionState textPermission(std::string_view lower, std::string_view subject) {
+  if (!contains(lower, subject)) return CUAPermissionState::unknown;
+  if (contains(lower, "missing") || contains(lower, "denied")) return CUAPermissionState::missing;
+  if (contains(lower, "granted") || contains(lower, "ok")) return CUAPermissionState::granted;
+  return CUAPermissionState::unknown;
+}
+
+}  // namespace
+
+std::optional<CUADriverStatus> parseDoctorJSON(std::string_view data, const std::optional<std::string>& binaryPath,
+                                               std::chrono::system_clock::time_point now) {
+  json report = json::parse(data, nullptr, /*allow_exceptions=*/false);
+  if (!report.is_object()) return std::nullopt;
+
+  CUADriverStatus status;
+  if (const json* value = member(report, "version"); value != nullptr && value->is_string()) {
+    status.version = value->get<std::string>();
+  }
+  status.daemonState = stringValue(firstPresent(report, {"daemon", "daemon_state", "status"}));
+
+  const json* permissions = member(report, "permissions");
+  const json* accessibility = firstPresent(report, {"accessibility", "accessibility_permission"});
+  if (accessibility == nullptr && permissions != nullptr) accessibility = member(*permissions, "accessibility");
+  status.accessibilityPermission = permissionState(accessibility);
+  const json* screenRecording = firstPresent(report, {"screen_recording", "screenRecording"});
+  if (screenRecording == nullptr && permissions != nullptr) {
+    screenRecording = firstPresent(*permissions, {"screen_recording", "screenRecording"});
+  }
+  status.screenRecordingPermission = permissionState(screenRecording);
+
+  const json* error = member(report, "error");
+  std::string daemon = lowercased(status.daemonState.value_or(""));
+  if (boolValue(member(report, "installed")) == false) {
+    status.readiness = CUADriverReadiness::notInstalled;
+  } else if (boolValue(member(report, "ready")) == true) {
+    status.readiness = CUADriverReadiness::ready;
+  } else if (status.accessibilityPermission == CUAPermissionState::missing ||
+             status.screenRecordingPermission == CUAPermissionState::missing) {
+    status.readiness = CUADriverReadiness::permissionsMissing;
+  } else if (status.daemonState && contains(daemon, "running")) {
+    status.readiness = CUADriverReadiness::daemonRunning;
+  } else if (status.daemonState && contains(daemon, "stopped")) {
+    status.readiness = CUADriverReadiness::daemonStopped;
+  } else if (error != nullptr) {
+    status.readiness = CUADriverReadiness::error;
+  } else {
+    status.readiness = CUADriverReadiness::daemonRunning;
+  }
+
+  status.binaryPath = binaryPath;
+  if (!status.binaryPath) status.binaryPath = stringValue(member(report, "binary_path"));
+  if (!status.binaryPath) status.binaryPath = stringValue(member(report, "path"));
+  status.checkedAt = now;
+  if (auto errorText = stringValue(error)) status.lastError = SecretRedactor::redact(*errorText);
+  return status;
+}
+
+std::optional<CUADriverStatus> parseDoctorJSON(const Bytes& data, const std::optional<std::string>& binaryPath,
+                                               std::chrono::system_clock::time_point now) {
+  return parseDoctorJSON(std::string_view(reinterpret_cast<const char*>(data.data()), data.size()), binaryPath, now);
+}
+
+CUADriverStatus parseText(std::string_view text, const std::optional<std::string>& binaryPath,
+                          std::chrono::system_clock::time_point now) {
+  std::string redacted = SecretRedactor::redact(text);
+  std::string lower = lowercased(redacted);
+
+  CUADriverStatus status;
+  status.accessibilityPermission = textPermission(lower, "accessibility");
+  status.screenRecordingPermission = textPermission(lower, "screen recording");
+  if (contains(lower, "not installed") || contains(lower, "command not found")) {
+    status.readiness = CUADriverReadiness::notInstalled;
+  } else if (status.accessibilityPermission == CUAPermissionState::missing ||
+             status.screenRecordingPermission == CUAPermissionState::missing) {
+    status.readiness = CUADriverReadiness::permissionsMissing;
+  } else if (contains(lower, "ready")) {
+    status.readiness = CUADriverReadiness::ready;
+  } else if (contains(lower, "running")) {
+    status.readiness = CUADriverReadiness::daemonRunning;
+  } else if (contains(lower, "stopped")) {
+    status.readiness = CUADriverReadiness::daemonStopped;
+  } else {
+    status.readiness = CUADriverReadiness::error;
+  }
+  status.version = version(redacted);
+  status.daemonState = daemonState(lower);
+  status.binaryPath = binaryPath;
+  status.checkedAt = now;
+  if (status.readiness == CUADriverReadiness::error) status.lastError = redacted;
+  return status;
+}
+
+}  // namespace orvid::CUADriverStatusParser

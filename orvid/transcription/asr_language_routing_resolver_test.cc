@@ -1,0 +1,291 @@
+#include "orvid/transcription/asr_language_routing_resolver.h"
+
+#include <gtest/gtest.h>
+
+#include "orvid/transcription/transcription_provider_registry.h"
+
+namespace orvid {
+namespace {
+
+using API = CloudTranscriptionProviderAPI;
+using Strategy = ASRLanguageRoutingStrategy;
+using Codes = std::vector<std::string>;
+constexpr auto batch = ASRTranscriptionTransport::batch;
+constexpr auto realtime = ASRTranscriptionTransport::realtime;
+
+const Codes kLanguages{"auto", "en", "de", "fr", "zh-Hans", "zh-Hant", "yue-Hant"};
+
+TranscriptionProviderDescriptor cloudProvider(std::string id, API api, Codes languages, std::string model,
+                                              bool withRealtime = false) {
+  CloudTranscriptionProviderDescriptor cloud;
+  cloud.baseURL = URL::parse("https://speech.example.com/v1");
+  cloud.modelIDs = {model};
+  cloud.defaultModelID = model;
+  if (withRealtime) {
+    cloud.realtimeBaseURL = URL::parse("wss://speech.example.com/v1/realtime");
+    cloud.realtimeModelIDs = {model};
+    cloud.defaultRealtimeModelID = model;
+  }
+  cloud.api = api;
+  return {std::move(id), "Example", std::move(languages), TranscriptionProviderBackend::cloud(cloud)};
+}
+
+TranscriptionProviderDescriptor onDeviceProvider(LocalTranscriptionEngineType engine, Codes languages) {
+  LocalTranscriptionModelDescriptor model;
+  model.id = "model";
+  model.fileName = "model.bin";
+  model.engineType = engine;
+  model.languageCodes = languages;
+  return {"local.model", "Model", std::move(languages), TranscriptionProviderBackend::onDevice(model)};
+}
+
+TranscriptionProviderDescriptor onDeviceModel(std::string id, LocalTranscriptionEngineType engine, Codes languages) {
+  LocalTranscriptionModelDescriptor model;
+  model.id = id;
+  model.fileName = "model.bin";
+  model.engineType = engine;
+  model.languageCodes = languages;
+  return {std::move(id), "Model", std::move(languages), TranscriptionProviderBackend::onDevice(model)};
+}
+
+using Capability = ASRLanguageInputCapability;
+using Behavior = ASRUnspecifiedLanguageBehavior;
+
+// One row of the routing decision: the inputs, the capability the provider must
+// have for the row to mean what it says, and every field of the expected route
+// that is not copied from the inputs.
+struct Row {
+  const char* name;
+  TranscriptionProviderDescriptor provider;
+  ASRTranscriptionTransport transport;
+  std::optional<std::string> model;
+  Codes selection;
+  Capability capability;
+  Strategy strategy;
+  std::optional<std::string> language = std::nullopt;
+  Codes hints = {};
+  Codes expectedLanguages = {};
+  std::optional<std::string> cleanupLanguage = std::nullopt;
+  Codes diagnostics = {};
+};
+
+void check(const Row& row) {
+  SCOPED_TRACE(row.name);
+  ASSERT_EQ(ASRLanguageCapabilityResolver::capability(row.provider, row.transport, row.model), row.capability);
+
+  ResolvedASRLanguageRoute expected;
+  expected.providerID = row.provider.id;
+  expected.modelID = row.model;
+  expected.transport = row.transport;
+  expected.strategy = row.strategy;
+  expected.selectedLanguageCodes = row.selection;
+  expected.providerLanguage = row.language;
+  expected.providerLanguageHints = row.hints;
+  expected.expectedLanguages = row.expectedLanguages;
+  expected.effectivePostProcessingLanguage = row.cleanupLanguage;
+  expected.diagnostics = row.diagnostics;
+
+  auto actual = ASRLanguageRoutingResolver::resolve(ASRLanguageSelection{row.selection}, row.provider, row.transport,
+                                                    row.model);
+  EXPECT_EQ(actual, expected) << "\n  got:      " << actual.diagnosticSummary()
+                              << "\n  expected: " << expected.diagnosticSummary();
+}
+
+TEST(ASRLanguageRoutingResolverTest, EveryRowOfTheDecisionTable) {
+  const auto detecting = cloudProvider("openai", API::openAICompatible, kLanguages, "whisper-1");
+  const auto omitting = cloudProvider("deepgram", API::deepgram, kLanguages, "nova-2");
+  const auto fixed = cloudProvider("cartesia", API::cartesia, kLanguages, "ink-whisper");
+  const auto fallingBack = cloudProvider("stepfun", API::stepFun, {"AUTO", "zh-Hans", "en"}, "stepaudio-2.5-asr");
+  const auto withoutFallback = cloudProvider("stepfun", API::stepFun, {"auto"}, "stepaudio-2.5-asr");
+  const auto realtimeDetecting = cloudProvider("openai", API::openAICompatible, kLanguages, "gpt-4o-transcribe", true);
+  const auto multilingual = cloudProvider("deepgram", API::deepgram, kLanguages, "nova-3");
+  const auto hints = cloudProvider("soniox", API::soniox, kLanguages, "stt-async-v5");
+  const auto detection = cloudProvider("assemblyai", API::assemblyAI, kLanguages, "universal-2");
+  const auto batchOnly = cloudProvider("groq", API::openAICompatible, kLanguages, "whisper-large-v3-turbo");
+  const auto silent = cloudProvider("glm", API::glm, kLanguages, "glm-asr-2512");
+  const auto parakeet = onDeviceModel("local.parakeet", LocalTranscriptionEngineType::mlxParakeet, kLanguages);
+  const auto cohere = onDeviceModel("local.cohere", LocalTranscriptionEngineType::mlxCohere, {"zh-Hans", "en"});
+
+  const std::string noAdapter = "The selected transport has no constructible language-aware adapter.";
+  const std::string onlyOne = "The provider accepts one language; using the primary selection.";
+  const auto single = Capability::singleLanguage;
+
+  const Row rows[] = {
+      // 1. One language.
+      {"single, none, payload detect", detecting, batch, std::nullopt, {}, single(Behavior::detectAutomatically),
+       Strategy::automatic},
+      {"single, none, payload omit", omitting, batch, "nova-2", {}, single(Behavior::omitLanguage),
+       Strategy::automatic},
+      {"single, none, payload fixed value", fixed, batch, std::nullopt, {},
+       Capability::singleLanguageWithFixedValue("en"), Strategy::automatic, "en"},
+      {"single, none, payload fallback (cloud: normalised)", fallingBack, batch, std::nullopt, {},
+       single(Behavior::fallbackToFirstSupported), Strategy::unavailableFallback, "zh", {}, {}, "zh-Hans",
+       {"Automatic language selection is unsupported; using zh-Hans."}},
+      {"single, none, payload fallback (on-device: unchanged)", cohere, batch, std::nullopt, {},
+       single(Behavior::fallbackToFirstSupported), Strategy::unavailableFallback, "zh-Hans", {}, {}, "zh-Hans",
+       {"Automatic language selection is unsupported; using zh-Hans."}},
+      {"single, none, payload fallback without a code", withoutFallback, batch, std::nullopt, {},
+       single(Behavior::fallbackToFirstSupported), Strategy::unavailableFallback, std::nullopt, {}, {}, std::nullopt,
+       {"Automatic language selection is unsupported and no fallback language is available."}},
+      {"single, one", detecting, batch, std::nullopt, {"de"}, single(Behavior::detectAutomatically),
+       Strategy::explicitSingle, "de", {}, {}, "de"},
+      {"single, one, normalised", detecting, batch, std::nullopt, {"yue-Hant"}, single(Behavior::detectAutomatically),
+       Strategy::explicitSingle, "yue", {}, {}, "yue-Hant"},
+      {"single, one on a fixed-value provider", fixed, batch, std::nullopt, {"de"},
+       Capability::singleLanguageWithFixedValue("en"), Strategy::explicitSingle, "de", {}, {}, "de"},
+      {"single, several", realtimeDetecting, realtime, "gpt-4o-transcribe", {"zh-Hant", "en"},
+       single(Behavior::detectAutomatically), Strategy::unavailableFallback, "zh", {}, {}, "zh-Hant", {onlyOne}},
+      // 2. Broad multilingual mode.
+      {"multilingual, one", multilingual, batch, std::nullopt, {"zh-Hans"}, Capability::broadMultilingual("multi"),
+       Strategy::explicitSingle, "zh", {}, {}, "zh-Hans"},
+      {"multilingual, none", multilingual, batch, std::nullopt, {}, Capability::broadMultilingual("multi"),
+       Strategy::multilingualMode, "multi", {}, {}, std::nullopt,
+       {"Automatic selection uses the provider's broad multilingual mode."}},
+      {"multilingual, several", multilingual, batch, std::nullopt, {"de", "en"}, Capability::broadMultilingual("multi"),
+       Strategy::multilingualMode, "multi", {}, {}, std::nullopt,
+       {"The provider's multilingual mode is broad; the selected subset is not enforced server-side."}},
+      // 3. Hints.
+      {"hints, one", hints, batch, std::nullopt, {"zh-Hans"}, Capability::languageHints(), Strategy::candidateHints,
+       std::nullopt, {"zh"}, {}, "zh-Hans"},
+      {"hints, several", hints, batch, std::nullopt, {"en", "yue-Hant"}, Capability::languageHints(),
+       Strategy::candidateHints, std::nullopt, {"en", "yue"}},
+      {"hints, none", hints, batch, std::nullopt, {}, Capability::languageHints(), Strategy::automatic},
+      // 4. Candidate detection.
+      {"detection, one", detection, batch, std::nullopt, {"fr"}, Capability::candidateDetection(),
+       Strategy::candidateDetection, std::nullopt, {}, {"fr"}, "fr"},
+      {"detection, several", detection, batch, std::nullopt, {"fr", "zh-Hant"}, Capability::candidateDetection(),
+       Strategy::candidateDetection, std::nullopt, {}, {"fr", "zh"}},
+      {"detection, none", detection, batch, std::nullopt, {}, Capability::candidateDetection(), Strategy::automatic},
+      // 5. No language-aware adapter for the transport.
+      {"no adapter, one", batchOnly, realtime, std::nullopt, {"yue-Hans"}, Capability::noLanguageAwareAdapter(),
+       Strategy::unavailableFallback, "yue", {}, {}, "yue-Hans", {noAdapter}},
+      {"no adapter, several", batchOnly, realtime, std::nullopt, {"zh-Hant", "de"}, Capability::noLanguageAwareAdapter(),
+       Strategy::unavailableFallback, "zh", {}, {}, "zh-Hant", {noAdapter}},
+      {"no adapter, none", batchOnly, realtime, std::nullopt, {}, Capability::noLanguageAwareAdapter(),
+       Strategy::unavailableFallback, std::nullopt, {}, {}, std::nullopt, {noAdapter}},
+      {"no adapter, a provider that takes no language in batch", silent, realtime, "glm-asr-2512", {},
+       Capability::noLanguageAwareAdapter(), Strategy::unavailableFallback, std::nullopt, {}, {}, std::nullopt,
+       {noAdapter}},
+      // 6. No language input.
+      {"no language input, several", silent, batch, std::nullopt, {"en", "de"}, Capability::noLanguageInput(),
+       Strategy::noLanguageInput},
+      {"no language input, none", silent, batch, std::nullopt, {}, Capability::noLanguageInput(),
+       Strategy::noLanguageInput},
+      {"no language input, on device", parakeet, realtime, std::nullopt, {"de"}, Capability::noLanguageInput(),
+       Strategy::noLanguageInput},
+  };
+  for (const auto& row : rows) check(row);
+}
+
+TEST(ASRLanguageRoutingResolverTest, UnsupportedCodesAreIgnoredWithOneDiagnosticBeforeTheBranch) {
+  const auto hints = cloudProvider("soniox", API::soniox, {"en", "de"}, "stt-async-v5");
+  auto route = ASRLanguageRoutingResolver::resolve(ASRLanguageSelection{{"en", "xx"}}, hints, batch);
+  EXPECT_EQ(route.strategy, Strategy::candidateHints);
+  EXPECT_EQ(route.selectedLanguageCodes, Codes{"en"});
+  EXPECT_EQ(route.providerLanguageHints, Codes{"en"});
+  EXPECT_EQ(route.effectivePostProcessingLanguage, "en");
+  EXPECT_EQ(route.diagnostics, Codes{"Ignored unsupported language codes: xx"});
+
+  const auto single = cloudProvider("openai", API::openAICompatible, {"en", "de"}, "whisper-1");
+  route = ASRLanguageRoutingResolver::resolve(ASRLanguageSelection{{"Xx", "EN", "yy", "de"}}, single, batch);
+  EXPECT_EQ(route.selectedLanguageCodes, (Codes{"EN", "de"}));
+  EXPECT_EQ(route.providerLanguage, "EN");
+  EXPECT_EQ(route.diagnostics, (Codes{"Ignored unsupported language codes: Xx, yy",
+                                      "The provider accepts one language; using the primary selection."}));
+
+  // A repeated code is dropped by the limiting but is not an unsupported code.
+  route = ASRLanguageRoutingResolver::resolve(ASRLanguageSelection{{"de", "DE"}}, single, batch);
+  EXPECT_EQ(route.selectedLanguageCodes, Codes{"de"});
+  EXPECT_EQ(route.strategy, Strategy::explicitSingle);
+  EXPECT_TRUE(route.diagnostics.empty());
+}
+
+TEST(ASRLanguageRoutingResolverTest, ProviderListingOnlyAutoKeepsTheSelectionUnchanged) {
+  const auto open = cloudProvider("openai-compatible", API::openAICompatible, {"auto"}, "whisper-1");
+  auto route = ASRLanguageRoutingResolver::resolve(ASRLanguageSelection{{"xx", "Klingon"}}, open, batch);
+  EXPECT_EQ(route.selectedLanguageCodes, (Codes{"xx", "Klingon"}));
+  EXPECT_EQ(route.providerLanguage, "xx");
+  EXPECT_EQ(route.diagnostics, Codes{"The provider accepts one language; using the primary selection."});
+}
+
+TEST(ASRLanguageRoutingResolverTest, ChineseScriptsAreNormalisedOnlyForCloudServices) {
+  struct Case {
+    TranscriptionProviderDescriptor provider;
+    const char* sent;
+  };
+  const Case cases[] = {
+      {cloudProvider("elevenlabs", API::elevenLabs, kLanguages, "scribe_v2"), "zho"},
+      {cloudProvider("ElevenLabs", API::elevenLabs, kLanguages, "scribe_v2"), "zh"},
+      {cloudProvider("mistral", API::mistral, kLanguages, "voxtral-mini-latest"), "zh"},
+      {onDeviceProvider(LocalTranscriptionEngineType::whisperCpp, kLanguages), "zh-Hans"},
+  };
+  for (const auto& c : cases) {
+    auto route = ASRLanguageRoutingResolver::resolve(ASRLanguageSelection{{"zh-Hans"}}, c.provider, batch);
+    EXPECT_EQ(route.strategy, Strategy::explicitSingle) << c.provider.id;
+    EXPECT_EQ(route.providerLanguage, c.sent) << c.provider.id;
+    EXPECT_EQ(route.effectivePostProcessingLanguage, "zh-Hans") << c.provider.id;
+  }
+  auto local = ASRLanguageRoutingResolver::resolve(
+      ASRLanguageSelection{{"yue-Hant"}}, onDeviceProvider(LocalTranscriptionEngineType::whisperCpp, kLanguages), batch);
+  EXPECT_EQ(local.providerLanguage, "yue-Hant");
+}
+
+TEST(ASRLanguageRoutingResolverTest, CatalogueProvidersRouteAsTheirServicesExpect) {
+  struct Case {
+    const char* provider;
+    ASRTranscriptionTransport transport;
+    std::optional<std::string> model;
+    Codes selection;
+    Strategy strategy;
+  };
+  const Case cases[] = {
+      {"openai", realtime, std::nullopt, {"de"}, Strategy::explicitSingle},
+      {"deepgram", batch, std::nullopt, {}, Strategy::multilingualMode},
+      {"soniox", realtime, std::nullopt, {"en", "de"}, Strategy::candidateHints},
+      {"assemblyai", batch, std::nullopt, {"en", "de"}, Strategy::candidateDetection},
+      {"aliyun-bailian", realtime, "fun-asr-realtime", {"zh-Hans"}, Strategy::candidateHints},
+      {"aliyun-bailian", batch, std::nullopt, {"zh-Hans"}, Strategy::noLanguageInput},
+      {"doubao", batch, std::nullopt, {"zh-Hans"}, Strategy::unavailableFallback},
+      {"local.mlx-parakeet-tdt-0.6b-v3", realtime, std::nullopt, {"de"}, Strategy::noLanguageInput},
+      {"local.whispercpp-base-en", batch, std::nullopt, {}, Strategy::unavailableFallback},
+  };
+  for (const auto& c : cases) {
+    auto provider = TranscriptionProviderRegistry::descriptor(c.provider);
+    ASSERT_TRUE(provider) << c.provider;
+    auto route = ASRLanguageRoutingResolver::resolve(ASRLanguageSelection{c.selection}, *provider, c.transport, c.model);
+    EXPECT_EQ(route.strategy, c.strategy) << route.diagnosticSummary();
+  }
+}
+
+TEST(ResolvedASRLanguageRouteTest, UnspecifiedRouteSummarisesInExactlyFiveParts) {
+  EXPECT_EQ(ResolvedASRLanguageRoute::unspecified.diagnosticSummary(),
+            "provider=unspecified | model=default | transport=batch | strategy=noLanguageInput | selected=auto");
+}
+
+TEST(ResolvedASRLanguageRouteTest, SummaryListsEveryPresentPartInOrder) {
+  ResolvedASRLanguageRoute route;
+  route.providerID = "soniox";
+  route.modelID = "stt-rt-v3";
+  route.transport = realtime;
+  route.strategy = Strategy::candidateHints;
+  route.selectedLanguageCodes = {"en", "zh-Hans"};
+  route.providerLanguage = "en";
+  route.providerLanguageHints = {"en", "zh"};
+  route.expectedLanguages = {"de", "fr"};
+  route.effectivePostProcessingLanguage = "en";
+  route.diagnostics = {"first note", "second note"};
+  EXPECT_EQ(route.diagnosticSummary(),
+            "provider=soniox | model=stt-rt-v3 | transport=realtime | strategy=candidateHints | selected=en,zh-Hans"
+            " | language=en | language_hints=en,zh | expected_languages=de,fr | cleanup_language=en"
+            " | notes=first note; second note");
+
+  // A real route carries its diagnostics into the summary.
+  const auto provider = cloudProvider("soniox", API::soniox, {"en", "de"}, "stt-async-v5");
+  const auto resolved = ASRLanguageRoutingResolver::resolve(ASRLanguageSelection{{"xx", "de"}}, provider, batch);
+  EXPECT_EQ(resolved.diagnosticSummary(),
+            "provider=soniox | model=default | transport=batch | strategy=candidateHints | selected=de"
+            " | language_hints=de | cleanup_language=de | notes=Ignored unsupported language codes: xx");
+}
+
+}  // namespace
+}  // namespace orvid

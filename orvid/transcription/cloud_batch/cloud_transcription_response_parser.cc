@@ -1,0 +1,74 @@
+#include "orvid/transcription/cloud_batch/cloud_transcription_response_parser.h"
+
+#include <array>
+
+#include <nlohmann/json.hpp>
+
+#include "orvid/transcription/cloud_batch/cloud_batch_text.h"
+
+namespace orvid {
+namespace {
+
+using nlohmann::json;
+
+constexpr int kMaximumDepth = 256;
+
+constexpr std::array<const char*, 5> kTextMembers = {"text", "transcript", "transcription", "utterance",
+                                                     "result_text"};
+constexpr std::array<const char*, 10> kNestedMembers = {"result", "results",      "data",     "message",   "output",
+                                                        "content", "choices", "alternatives", "segments", "utterances"};
+
+std::optional<std::string> nonBlank(const json& value) {
+  std::string text = CloudBatchText::trimmed(value.get_ref<const std::string&>());
+  if (text.empty()) return std::nullopt;
+  return text;
+}
+
+std::optional<std::string> extract(const json& value, int depth) {
+  if (depth > kMaximumDepth) return std::nullopt;
+  if (value.is_string()) return nonBlank(value);
+  if (value.is_object()) {
+    for (const char* key : kTextMembers) {
+      auto member = value.find(key);
+      if (member == value.end() || !member->is_string()) continue;
+      if (auto text = nonBlank(*member)) return text;
+    }
+    for (const char* key : kNestedMembers) {
+      auto member = value.find(key);
+      if (member == value.end()) continue;
+      if (auto text = extract(*member, depth + 1)) return text;
+    }
+    return std::nullopt;
+  }
+  if (value.is_array()) {
+    for (const auto& element : value) {
+      if (auto text = extract(element, depth + 1)) return text;
+    }
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<std::string> CloudTranscriptionResponseParser::extractText(const json& value) {
+  return extract(value, 0);
+}
+
+TranscriptionResult CloudTranscriptionResponseParser::parse(const Bytes& data) const {
+  // Like a JSON reader without options: only an object or an array is a JSON document.
+  json body = json::parse(data.begin(), data.end(), nullptr, false);
+  const bool isDocument = !body.is_discarded() && (body.is_object() || body.is_array());
+
+  TranscriptionResult result;
+  std::optional<std::string> text = isDocument ? extractText(body) : std::nullopt;
+  result.text = text ? std::move(*text) : CloudBatchText::trimmed(CloudBatchText::decodedUTF8(data));
+  if (isDocument && body.is_object()) {
+    auto language = body.find("language");
+    if (language != body.end() && language->is_string()) result.language = language->get<std::string>();
+    auto confidence = body.find("confidence");
+    if (confidence != body.end() && confidence->is_number()) result.confidence = confidence->get<double>();
+  }
+  return result;
+}
+
+}  // namespace orvid
