@@ -8,6 +8,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include "bench/bench_support.h"
 #include "orvid/audio/audio_wav_decoder.h"
 #include "orvid/audio/audio_wav_encoder.h"
 #include "orvid/audio/pcm16_resampler.h"
@@ -62,34 +63,40 @@ void BM_Memcpy(benchmark::State& state, std::size_t byteCount) {
 // Bytes of input consumed: ten minutes of 48 kHz mono.
 void BM_Resample48kTo16k(benchmark::State& state) {
   const orvid::PCMFrame& input = tenMinutesAt48k();
+  const orvid::bench::MemcpyComparison comparison(input.pcm16LittleEndian.size());
   for (auto _ : state) {
     orvid::PCMFrame output = orvid::PCM16Resampler::resample(input, 16000);
     benchmark::DoNotOptimize(output.pcm16LittleEndian.data());
   }
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) *
                           static_cast<std::int64_t>(input.pcm16LittleEndian.size()));
+  comparison.report(state);
 }
 
 // Bytes of samples written: ten minutes of 16 kHz mono in 20 ms capture frames.
 void BM_WAVEncode16k(benchmark::State& state) {
   const std::vector<orvid::PCMFrame> frames = captureFrames(tenMinutesAt16k(), 16000);
+  const orvid::bench::MemcpyComparison comparison(tenMinutesAt16k().size());
   for (auto _ : state) {
     orvid::Bytes wav = orvid::AudioWAVEncoder::encodePCM16(frames);
     benchmark::DoNotOptimize(wav.data());
   }
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) *
                           static_cast<std::int64_t>(tenMinutesAt16k().size()));
+  comparison.report(state);
 }
 
 // Bytes of samples read: ten minutes of 16 kHz mono cut into 20 ms frames.
 void BM_WAVDecode16k(benchmark::State& state) {
   const orvid::Bytes wav = orvid::AudioWAVEncoder::encodePCM16(tenMinutesAt16k(), 16000, 1, 16);
+  const orvid::bench::MemcpyComparison comparison(tenMinutesAt16k().size());
   for (auto _ : state) {
     std::vector<orvid::PCMFrame> frames = orvid::AudioWAVDecoder::decode(wav, kCaptureFrameSamples);
     benchmark::DoNotOptimize(frames.data());
   }
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) *
                           static_cast<std::int64_t>(tenMinutesAt16k().size()));
+  comparison.report(state);
 }
 
 BENCHMARK(BM_Resample48kTo16k)->Unit(benchmark::kMillisecond);

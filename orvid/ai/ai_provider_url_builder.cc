@@ -12,9 +12,12 @@ std::string_view withoutTrailingSlashes(std::string_view text) {
   return text;
 }
 
-std::string_view withoutOneLeadingSlash(std::string_view text) {
-  if (!text.empty() && text.front() == '/') text.remove_prefix(1);
-  return text;
+// `base` with `component` appended as path text: one leading "/" of the component
+// is dropped, and any further ones are absorbed by the separator, as path joining
+// does, so the result never has "//" at the join. Inner "/" stay separators.
+URL appending(const URL& base, std::string_view component) {
+  while (!component.empty() && component.front() == '/') component.remove_prefix(1);
+  return base.appendingPathComponent(component);
 }
 
 }  // namespace
@@ -31,7 +34,7 @@ std::optional<URL> endpoint(std::string_view baseURL, const std::optional<std::s
   // An absent path counts as empty.
   const auto component = path ? trimmingWhitespaceAndNewlines(*path) : std::string_view();
   if (component.empty()) return std::nullopt;
-  return base->appendingPathComponent(withoutOneLeadingSlash(component));
+  return appending(*base, component);
 }
 
 URL chatNormalizedBaseURL(const URL& url) {
@@ -49,7 +52,7 @@ URL chatEndpoint(const URL& baseURL, std::string_view path) {
   const URL base = chatNormalizedBaseURL(baseURL);
   const auto component = trimmingWhitespaceAndNewlines(path);
   if (component.empty()) return base;
-  return base.appendingPathComponent(withoutOneLeadingSlash(component));
+  return appending(base, component);
 }
 
 }  // namespace orvid::AIProviderURLBuilder

@@ -24,8 +24,9 @@ TEST(AIProviderURLBuilderTest, EndpointJoinsBaseAndPathWithExactlyOneSlash) {
       {"https://api.example.com", "v2/models", "https://api.example.com/v2/models"},
       {"http://localhost:11434/v1", "models", "http://localhost:11434/v1/models"},
       {"https://proxy.example.com/v1?team=7", "models", "https://proxy.example.com/v1/models?team=7"},
-      // Only one leading "/" is dropped.
+      // Further leading "/" never double the separator.
       {"https://api.example.com/v1", "//models", "https://api.example.com/v1/models"},
+      {"https://api.example.com/v1/", "///models/", "https://api.example.com/v1/models/"},
       {"https://api.example.com/v1", "", std::nullopt},
       {"https://api.example.com/v1", " \t\n", std::nullopt},
       {"https://api.example.com/v1", std::nullopt, std::nullopt},

@@ -8,7 +8,7 @@
 
 namespace orvid {
 
-void PrintTo(const CUADriverStatus& status, std::ostream* stream) { *stream << nlohmann::json(status).dump(); }
+inline void PrintTo(const CUADriverStatus& status, std::ostream* stream) { *stream << nlohmann::json(status).dump(); }
 
 namespace {
 

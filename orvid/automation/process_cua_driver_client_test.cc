@@ -19,7 +19,7 @@
 
 namespace orvid {
 
-void PrintTo(const CUADriverStatus& status, std::ostream* stream) { *stream << nlohmann::json(status).dump(); }
+inline void PrintTo(const CUADriverStatus& status, std::ostream* stream) { *stream << nlohmann::json(status).dump(); }
 void PrintTo(const CUAExecutionResult& result, std::ostream* stream) {
   *stream << nlohmann::json(result).dump().substr(0, 2000);
 }
@@ -417,8 +417,8 @@ TEST(CUAExecutionRecordsTest, SerialiseWithTheirFieldNames) {
   EXPECT_EQ(requestJSON.get<CUAExecutionRequest>(), request);
   CUAExecutionResult result{id, -1, "out", "err"};
   nlohmann::json resultJSON = result;
-  EXPECT_EQ(resultJSON, nlohmann::json::parse(
-                            R"({"executionID":"6F9619FF-8B86-D011-B42D-00C04FC964FF","exitCode":-1,"stdout":"out","stderr":"err"})"));
+  EXPECT_EQ(resultJSON.dump(), R"({"executionID":"6F9619FF-8B86-D011-B42D-00C04FC964FF","exitCode":-1,)"
+                               R"("stderr":"err","stdout":"out"})");
   EXPECT_EQ(resultJSON.get<CUAExecutionResult>(), result);
   EXPECT_NE(std::hash<CUAExecutionResult>{}(result), std::hash<CUAExecutionResult>{}({id, 0, "out", "err"}));
 }

@@ -136,7 +136,7 @@ TEST_F(PromptPostProcessorTest, SendsTheTrimmedTranscriptWithThePromptAsSystemPr
   auto result = process("  hello there \n");
   ASSERT_TRUE(result);
   ASSERT_EQ(client_->requests().size(), 1u);
-  const ChatCompletionRequest& sent = client_->requests()[0];
+  const ChatCompletionRequest sent = client_->requests()[0];
   EXPECT_EQ(sent.providerID, "openai");
   EXPECT_EQ(sent.modelID, "configured-model");
   EXPECT_EQ(sent.systemPrompt, "Polish the text.");
@@ -231,7 +231,7 @@ TEST_F(PromptPostProcessorTest, AlternativesAppendTheInstructionAndNeverAskForAS
   client_->script(reply("```json\n[{\"text\": \"Hi\", \"start\": 0, \"end\": 5}]\n```"));
   auto result = process("hello");
   ASSERT_TRUE(result);
-  const ChatCompletionRequest& sent = client_->requests().at(0);
+  const ChatCompletionRequest sent = client_->requests().at(0);
   EXPECT_EQ(sent.responseSchema, std::nullopt);
   EXPECT_EQ(sent.systemPrompt, "Polish the text." + PromptPostProcessor::alternativesInstruction());
   // The reply is handed on as text for the choice parsers.

@@ -157,8 +157,8 @@ TEST(ASRLanguageRoutingResolverTest, EveryRowOfTheDecisionTable) {
        Strategy::candidateDetection, std::nullopt, {}, {"fr", "zh"}},
       {"detection, none", detection, batch, std::nullopt, {}, Capability::candidateDetection(), Strategy::automatic},
       // 5. No language-aware adapter for the transport.
-      {"no adapter, one", batchOnly, realtime, std::nullopt, {"yue-Hans"}, Capability::noLanguageAwareAdapter(),
-       Strategy::unavailableFallback, "yue", {}, {}, "yue-Hans", {noAdapter}},
+      {"no adapter, one", batchOnly, realtime, std::nullopt, {"yue-Hant"}, Capability::noLanguageAwareAdapter(),
+       Strategy::unavailableFallback, "yue", {}, {}, "yue-Hant", {noAdapter}},
       {"no adapter, several", batchOnly, realtime, std::nullopt, {"zh-Hant", "de"}, Capability::noLanguageAwareAdapter(),
        Strategy::unavailableFallback, "zh", {}, {}, "zh-Hant", {noAdapter}},
       {"no adapter, none", batchOnly, realtime, std::nullopt, {}, Capability::noLanguageAwareAdapter(),

@@ -67,5 +67,74 @@ expect_error "unwritable output" wav resample "$work/ok.wav" "$work/no/such/dir/
 expect_error "speech-check missing" speech-check "$work/absent.wav"
 expect_error "unknown command" frobnicate
 
+# ---------------------------------------------------------------------------
+# Providers, language routes and credentials.
+# Credentials go to the owner-only file in $ORVID_CONFIG_HOME: the session bus is
+# hidden, so no desktop keyring is ever touched.
+# ---------------------------------------------------------------------------
+expect_ok "providers" "^openai$" providers
+grep -q -E "^soniox$" "$work/out" || fail "providers: soniox missing"
+grep -q -E "^  api: " "$work/out" || fail "providers: no api lines"
+grep -q -E "^local\." "$work/out" || fail "providers: no on-device models"
+text_count=$(grep -c -E "^[^ ]" "$work/out")
+expect_ok "providers --json" "\"id\"" providers --json
+json_count=$(/usr/bin/python3 -c 'import json, sys; print(len(json.load(open(sys.argv[1]))))' "$work/out" 2>/dev/null)
+[ "$json_count" = "$text_count" ] || fail "providers: $text_count in text, '$json_count' in JSON"
+expect_ok "providers --ai" "^anthropic$" providers --ai
+grep -q -E "^  api style: anthropicMessages$" "$work/out" || fail "providers --ai: no Anthropic style"
+grep -q -E "^ollama$" "$work/out" || fail "providers --ai: ollama missing"
+
+expect_ok "route hints" "^strategy: candidateHints$" route --provider soniox --languages en,de --transport realtime
+grep -q -x "language hints: en,de" "$work/out" || fail "route hints: $(cat "$work/out")"
+grep -q -x "transport: realtime" "$work/out" || fail "route hints: transport"
+expect_ok "route unsupported code" "^  Ignored unsupported language codes: xx$" route --provider soniox --languages en,xx
+grep -q -x "selected: en" "$work/out" || fail "route unsupported code: selection"
+grep -q -E "^summary: provider=soniox \| model=default \| transport=batch \| strategy=candidateHints \| selected=en \|" \
+  "$work/out" || fail "route unsupported code: summary $(cat "$work/out")"
+expect_ok "route multilingual" "^strategy: multilingualMode$" route --provider deepgram
+grep -q -x "language: multi" "$work/out" || fail "route multilingual: language"
+grep -q -x "  Automatic selection uses the provider's broad multilingual mode." "$work/out" \
+  || fail "route multilingual: diagnostic"
+expect_ok "route one language" "^language: zho$" route --provider elevenlabs --languages zh-Hans --model scribe_v1
+grep -q -x "cleanup language: zh-Hans" "$work/out" || fail "route one language: cleanup language"
+grep -q -x "model: scribe_v1" "$work/out" || fail "route one language: model"
+expect_ok "route no adapter" "^  The selected transport has no constructible language-aware adapter.$" \
+  route --provider groq --languages de --transport realtime
+expect_error "route unknown provider" route --provider no-such-provider
+expect_error "route provider case" route --provider OpenAI
+expect_error "route bad transport" route --provider openai --transport carrier-pigeon
+expect_error "route without provider" route --languages en
+
+no_bus=(env -u DBUS_SESSION_BUS_ADDRESS -u ORVID_CREDENTIAL_STORE XDG_RUNTIME_DIR="$work/no-runtime")
+secret="sk-cli-test-$$-S3cr3t"
+credentials_file="$ORVID_CONFIG_HOME/credentials.json"
+printf '%s\n' "$secret" | "${no_bus[@]}" "$orvid" credentials set provider.cli.api-key >"$work/out" 2>"$work/err" \
+  || fail "credentials set (automatic store): $(cat "$work/err")"
+grep -q -x "Stored provider.cli.api-key." "$work/out" || fail "credentials set: $(cat "$work/out")"
+[ -f "$credentials_file" ] || fail "credentials set: no file store at $credentials_file"
+[ "$(stat -c %a "$credentials_file" 2>/dev/null)" = "600" ] || fail "credentials file is not owner-only"
+printf '%s' "second-$secret" | "$orvid" credentials --store file set provider.cli.x-token >/dev/null 2>"$work/err" \
+  || fail "credentials set (file store): $(cat "$work/err")"
+"${no_bus[@]}" "$orvid" credentials list >"$work/list" 2>"$work/err" || fail "credentials list: $(cat "$work/err")"
+[ "$(cat "$work/list")" = "$(printf 'provider.cli.api-key\nprovider.cli.x-token')" ] \
+  || fail "credentials list: $(cat "$work/list")"
+grep -q "$secret" "$credentials_file" || fail "credentials file lacks the stored secret"
+"$orvid" credentials --store file --service other list >"$work/out" 2>&1 || fail "credentials list other service"
+[ -s "$work/out" ] && fail "credentials of another service: $(cat "$work/out")"
+expect_error "credentials set empty" credentials --store file set provider.cli.empty </dev/null
+expect_error "credentials set bad reference" credentials --store file set "two words" </dev/null
+expect_error "credentials without action" credentials --store file
+expect_error "credentials bad store" credentials --store vault list
+"$orvid" credentials --store file delete provider.cli.api-key >"$work/out" 2>"$work/err" \
+  || fail "credentials delete: $(cat "$work/err")"
+grep -q -x "Deleted provider.cli.api-key." "$work/out" || fail "credentials delete: $(cat "$work/out")"
+"$orvid" credentials --store file delete provider.cli.api-key >/dev/null 2>&1 || fail "deleting twice fails"
+"$orvid" credentials --store file list >"$work/list" 2>&1
+[ "$(cat "$work/list")" = "provider.cli.x-token" ] || fail "list after delete: $(cat "$work/list")"
+printf '{"credentials": {"orvid": {"provider.cli.api-key": "'"$secret"'"' >"$credentials_file"
+expect_error "credentials damaged file" credentials --store file list
+# No secret ever reaches the terminal.
+grep -q -e "$secret" "$work/out" "$work/err" "$work/list" && fail "a secret was printed"
+
 if [ "$failures" -ne 0 ]; then echo "$failures failure(s)"; exit 1; fi
 echo "all CLI checks passed"

@@ -12,7 +12,12 @@ namespace orvid::cli {
 void addWavCommands(CLI::App& app);
 void addDemoCommands(CLI::App& app);
 void addCredentialCommands(CLI::App& app);
+void addTranscribeCommands(CLI::App& app);
+void addChatCommands(CLI::App& app);
 void addProviderCommands(CLI::App& app);
+void addCleanCommands(CLI::App& app);
+void addRewriteCommands(CLI::App& app);
+void addCuaCommands(CLI::App& app);
 
 // A failure the user can act on: printed as one line on stderr, exit status 1.
 struct CommandError {

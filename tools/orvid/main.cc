@@ -1,16 +1,38 @@
 // The orvid command-line tool: a thin shell over the library.
 #include <exception>
 #include <iostream>
+#include <string>
+#include <string_view>
 
 #include <CLI/CLI.hpp>
 
+#include "orvid/ai/secret_redactor.h"
 #include "tools/orvid/commands.h"
+
+namespace {
+
+// Errors reach the terminal as one line with every secret-looking value masked,
+// whatever the failing layer put into its message.
+void printError(std::string_view message) {
+  std::string line = orvid::SecretRedactor::redact(message);
+  for (char& c : line) {
+    if (c == '\n' || c == '\r') c = ' ';
+  }
+  std::cerr << "orvid: " << line << "\n";
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
   CLI::App app{"orvid: Brindle's voice engine on the command line"};
   app.require_subcommand(1);
   orvid::cli::addDemoCommands(app);
   orvid::cli::addWavCommands(app);
+  orvid::cli::addTranscribeCommands(app);
+  orvid::cli::addChatCommands(app);
+  orvid::cli::addCleanCommands(app);
+  orvid::cli::addRewriteCommands(app);
+  orvid::cli::addProviderCommands(app);
   orvid::cli::addCredentialCommands(app);
   try {
     app.parse(argc, argv);
@@ -19,13 +41,13 @@ int main(int argc, char** argv) {
   } catch (const CLI::CallForAllHelp& help) {
     return app.exit(help);
   } catch (const CLI::ParseError& error) {
-    std::cerr << "orvid: " << error.what() << " (see orvid --help)\n";
+    printError(std::string(error.what()) + " (see orvid --help)");
     return error.get_exit_code() == 0 ? 2 : error.get_exit_code();
   } catch (const orvid::cli::CommandError& error) {
-    std::cerr << "orvid: " << error.message << "\n";
+    printError(error.message);
     return 1;
   } catch (const std::exception& error) {
-    std::cerr << "orvid: " << error.what() << "\n";
+    printError(error.what());
     return 1;
   }
   return 0;

@@ -1,0 +1,440 @@
+#include "orvid/pipeline/orvid_automation_pipeline.h"
+
+#include <chrono>
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "orvid/core/corelib/orvid_settings.h"
+#include "orvid/core/orvid_error.h"
+#include "orvid/platform/temporary_directory.h"
+#include "orvid/platform/user_defaults.h"
+
+namespace orvid {
+
+inline void PrintTo(const OrvidExecutionState& state, std::ostream* stream) { *stream << nlohmann::json(state).dump(); }
+inline void PrintTo(const OrvidAutomationProposal& proposal, std::ostream* stream) {
+  *stream << nlohmann::json(proposal).dump();
+}
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// A transcription provider that answers with a fixed result or error.
+class FakeTranscriptionProvider : public TranscriptionProvider {
+ public:
+  std::string id() const override { return "fake"; }
+
+  TranscriptionResult transcribe(const TranscriptionRequest& request, std::stop_token) override {
+    std::lock_guard lock(mutex);
+    requests.push_back(request);
+    if (error) std::rethrow_exception(error);
+    return result;
+  }
+
+  ResultStream<TranscriptionPartialResult> stream(const TranscriptionRequest&, std::stop_token) override {
+    throw OrvidError::unsupportedStreaming();
+  }
+
+  std::mutex mutex;
+  TranscriptionResult result;
+  std::exception_ptr error;
+  std::vector<TranscriptionRequest> requests;
+};
+
+// A rewriter that answers with a fixed result and lets a manual clock advance
+// while it "thinks".
+class FakePromptProcessor : public PromptPostProcessing {
+ public:
+  struct Call {
+    std::string cleanedTranscript;
+    TranscriptionPrompt prompt;
+    AIProviderDescriptor provider;
+    AIProviderConfiguration configuration;
+    std::optional<std::string> defaultModelID;
+  };
+
+  std::optional<PromptPostProcessResult> process(const std::string& cleanedTranscript,
+                                                 const TranscriptionPrompt& prompt,
+                                                 const AIProviderDescriptor& provider,
+                                                 const AIProviderConfiguration& configuration,
+                                                 const std::optional<std::string>& defaultModelID,
+                                                 std::stop_token) override {
+    calls.push_back({cleanedTranscript, prompt, provider, configuration, defaultModelID});
+    *clock += thinkingTime;
+    if (error) std::rethrow_exception(error);
+    if (!rewrittenText) return std::nullopt;
+    PromptPostProcessResult result;
+    result.text = *rewrittenText;
+    return result;
+  }
+
+  std::shared_ptr<Clock::time_point> clock = std::make_shared<Clock::time_point>();
+  Clock::duration thinkingTime{};
+  std::optional<std::string> rewrittenText;
+  std::exception_ptr error;
+  std::vector<Call> calls;
+};
+
+// A driver with a fixed readiness that records what it is asked to do.
+class FakeCUADriverClient : public CUADriverClient {
+ public:
+  CUADriverStatus status(std::stop_token) override {
+    ++statusCalls;
+    CUADriverStatus status;
+    status.readiness = readiness;
+    return status;
+  }
+
+  CUAExecutionResult run(const CUAExecutionRequest& request, std::stop_token) override {
+    runs.push_back(request);
+    if (error) std::rethrow_exception(error);
+    return {request.executionID, exitCode, "done", ""};
+  }
+
+  void cancel(const UUID& executionID) override { cancelled.push_back(executionID); }
+
+  CUADriverReadiness readiness = CUADriverReadiness::ready;
+  std::int32_t exitCode = 0;
+  std::exception_ptr error;
+  int statusCalls = 0;
+  std::vector<CUAExecutionRequest> runs;
+  std::vector<UUID> cancelled;
+};
+
+std::vector<PCMFrame> someAudio() { return {PCMFrame{Bytes(320, 0), 16000, 1, 160}}; }
+
+AIAutomationConfiguration automationConfiguration() {
+  AIAutomationConfiguration configuration;
+  configuration.computerUseEnabled = true;
+  configuration.automationModel = AIModelReference{"gpt-4o", "GPT-4o", "openai-main", true, std::nullopt};
+  configuration.minimumTranscriptionConfidence = 0.6;
+  return configuration;
+}
+
+class OrvidAutomationPipelineTest : public ::testing::Test {
+ protected:
+  OrvidAutomationPipelineTest() : settings_(folder_ / "settings.json") {
+    transcriber_->result.text = "  open   notes and write hello ";
+    transcriber_->result.confidence = 0.8;
+    transcriber_->result.language = "en";
+    prompt_.id = "automation";
+    prompt_.promptText = "Turn the request into an instruction.";
+    provider_.id = "openai";
+    providerConfiguration_.id = "openai-main";
+  }
+
+  std::unique_ptr<OrvidAutomationPipeline> makePipeline(bool withRewriter) {
+    OrvidAutomationPipeline::Environment environment;
+    environment.settings = &settings_;
+    environment.now = [clock = rewriter_->clock] { return *clock; };
+    return std::make_unique<OrvidAutomationPipeline>(coordinator_, transcriber_, TranscriptCleanupEngine(settings_),
+                                                     withRewriter ? rewriter_ : nullptr, driver_, environment);
+  }
+
+  OrvidAutomationProposal prepare(OrvidAutomationPipeline& pipeline,
+                                  const AIAutomationConfiguration& configuration = automationConfiguration()) {
+    return pipeline.prepareAutomation(someAudio(), cleanup_, prompt_, provider_, providerConfiguration_,
+                                      configuration);
+  }
+
+  // The stage kind the coordinator shows now.
+  VoiceCaptureStage::Kind stage() const { return coordinator_->currentState().stage.kind; }
+
+  TemporaryDirectory folder_{"orvid-pipeline"};
+  UserDefaults settings_;
+  std::shared_ptr<OrvidTranscriptionCoordinator> coordinator_ = std::make_shared<OrvidTranscriptionCoordinator>();
+  std::shared_ptr<FakeTranscriptionProvider> transcriber_ = std::make_shared<FakeTranscriptionProvider>();
+  std::shared_ptr<FakePromptProcessor> rewriter_ = std::make_shared<FakePromptProcessor>();
+  std::shared_ptr<FakeCUADriverClient> driver_ = std::make_shared<FakeCUADriverClient>();
+  TranscriptCleanupConfiguration cleanup_;
+  TranscriptionPrompt prompt_;
+  AIProviderDescriptor provider_;
+  AIProviderConfiguration providerConfiguration_;
+};
+
+TEST_F(OrvidAutomationPipelineTest, PreparesARewrittenProposalAndRunsItOnConfirmation) {
+  rewriter_->rewrittenText = "Open Notes and type hello.";
+  rewriter_->thinkingTime = std::chrono::microseconds(1234900);
+  auto pipeline = makePipeline(true);
+
+  OrvidAutomationProposal proposal = prepare(*pipeline);
+
+  ASSERT_EQ(transcriber_->requests.size(), 1u);
+  const TranscriptionRequest& request = transcriber_->requests[0];
+  EXPECT_EQ(request.audioFrames, someAudio());
+  EXPECT_EQ(request.languageRoute, ResolvedASRLanguageRoute::unspecified);
+  EXPECT_EQ(request.promptHint, std::nullopt);
+  EXPECT_TRUE(request.providerOptions.empty());
+
+  ASSERT_EQ(rewriter_->calls.size(), 1u);
+  EXPECT_EQ(rewriter_->calls[0].cleanedTranscript, "open notes and write hello");
+  EXPECT_EQ(rewriter_->calls[0].prompt, prompt_);
+  EXPECT_EQ(rewriter_->calls[0].provider, provider_);
+  EXPECT_EQ(rewriter_->calls[0].configuration, providerConfiguration_);
+  EXPECT_EQ(rewriter_->calls[0].defaultModelID, "gpt-4o");
+
+  OrvidAutomationProposal expected;
+  expected.requestID = proposal.requestID;
+  expected.method = AIAutomationMethod::computerUse;
+  expected.recognizedText = "  open   notes and write hello ";
+  expected.cleanedText = "open notes and write hello";
+  expected.proposedInstruction = "Open Notes and type hello.";
+  expected.taskTitle = "Open Notes and type hello";
+  expected.providerID = "openai-main";
+  expected.modelID = "gpt-4o";
+  expected.promptDurationMilliseconds = 1234;
+  expected.transcriptionConfidence = 0.8;
+  expected.minimumTranscriptionConfidence = 0.6;
+  expected.requiresConfirmation = true;
+  EXPECT_EQ(proposal, expected);
+  EXPECT_EQ(pipeline->pendingProposal(), proposal);
+
+  OrvidExecutionState waiting = pipeline->currentState();
+  EXPECT_EQ(waiting.stage, VoiceCaptureStage::awaitingConfirmation(proposal.requestID));
+  EXPECT_EQ(waiting.recognizedText, "  open   notes and write hello ");
+  EXPECT_EQ(waiting.cleanedText, "open notes and write hello");
+  EXPECT_EQ(waiting.proposedText, "Open Notes and type hello.");
+  EXPECT_EQ(coordinator_->activeRequestID(), proposal.requestID);
+
+  driver_->exitCode = 2;
+  CUAExecutionResult result = pipeline->confirmAutomation(proposal.requestID, 45);
+  EXPECT_EQ(result, (CUAExecutionResult{proposal.requestID, 2, "done", ""}));
+  ASSERT_EQ(driver_->runs.size(), 1u);
+  EXPECT_EQ(driver_->runs[0], (CUAExecutionRequest{proposal.requestID, "Open Notes and type hello.", 45}));
+  EXPECT_EQ(stage(), VoiceCaptureStage::Kind::idle);
+  EXPECT_EQ(coordinator_->activeRequestID(), std::nullopt);
+  EXPECT_EQ(pipeline->pendingProposal(), std::nullopt);
+  EXPECT_THROW(pipeline->confirmAutomation(proposal.requestID, 45), OrvidError);
+}
+
+TEST_F(OrvidAutomationPipelineTest, WithoutARewriteTheInstructionIsTheCleanedText) {
+  struct Case {
+    bool withRewriter;
+    bool withProvider;
+    std::optional<std::string> rewrittenText;
+    std::size_t rewriterCalls;
+    std::optional<long long> duration;
+  };
+  const std::vector<Case> cases = {
+      {false, true, "never", 0, std::nullopt},
+      {true, false, "never", 0, std::nullopt},
+      // A rewriter that has nothing to say keeps the cleaned text but is timed.
+      {true, true, std::nullopt, 1, 0},
+  };
+  for (const Case& c : cases) {
+    rewriter_->calls.clear();
+    rewriter_->rewrittenText = c.rewrittenText;
+    auto pipeline = makePipeline(c.withRewriter);
+    OrvidAutomationProposal proposal = pipeline->prepareAutomation(
+        someAudio(), cleanup_, prompt_, c.withProvider ? std::optional(provider_) : std::nullopt,
+        providerConfiguration_, automationConfiguration());
+    EXPECT_EQ(proposal.proposedInstruction, "open notes and write hello");
+    EXPECT_EQ(proposal.promptDurationMilliseconds, c.duration);
+    EXPECT_EQ(rewriter_->calls.size(), c.rewriterCalls);
+    pipeline->cancelAutomation(proposal.requestID);
+  }
+}
+
+TEST_F(OrvidAutomationPipelineTest, RefusesBeforeAnyWorkWhenAutomationCannotRun) {
+  struct Case {
+    std::string name;
+    std::vector<PCMFrame> audio;
+    AIAutomationConfiguration configuration;
+    CUADriverReadiness readiness;
+    OrvidError expected;
+    int statusCalls;
+  };
+  AIAutomationConfiguration disabled = automationConfiguration();
+  disabled.computerUseEnabled = false;
+  AIAutomationConfiguration blankProvider = automationConfiguration();
+  blankProvider.automationModel->providerID = " \n";
+  AIAutomationConfiguration noModel = automationConfiguration();
+  noModel.automationModel.reset();
+  const std::vector<Case> cases = {
+      {"empty audio", {}, automationConfiguration(), CUADriverReadiness::notInstalled, OrvidError::emptyAudio(), 0},
+      {"disabled", someAudio(), disabled, CUADriverReadiness::ready, OrvidError::missingAutomationModel(), 0},
+      {"blank provider", someAudio(), blankProvider, CUADriverReadiness::ready, OrvidError::missingAutomationModel(),
+       0},
+      {"no model", someAudio(), noModel, CUADriverReadiness::ready, OrvidError::missingAutomationModel(), 0},
+      {"not on path", someAudio(), automationConfiguration(), CUADriverReadiness::installedNotOnPath,
+       OrvidError::cuaDriverNotReady(CUADriverReadiness::installedNotOnPath), 1},
+      {"stopped", someAudio(), automationConfiguration(), CUADriverReadiness::daemonStopped,
+       OrvidError::cuaDriverNotReady(CUADriverReadiness::daemonStopped), 1},
+      {"permissions", someAudio(), automationConfiguration(), CUADriverReadiness::permissionsMissing,
+       OrvidError::cuaDriverNotReady(CUADriverReadiness::permissionsMissing), 1},
+  };
+  auto pipeline = makePipeline(true);
+  for (const Case& c : cases) {
+    driver_->statusCalls = 0;
+    driver_->readiness = c.readiness;
+    try {
+      pipeline->prepareAutomation(c.audio, cleanup_, prompt_, provider_, providerConfiguration_, c.configuration);
+      ADD_FAILURE() << c.name << ": no error";
+    } catch (const OrvidError& error) {
+      EXPECT_EQ(error, c.expected) << c.name;
+    }
+    EXPECT_EQ(driver_->statusCalls, c.statusCalls) << c.name;
+    EXPECT_EQ(pipeline->currentState(), OrvidExecutionState::idle()) << c.name;
+  }
+  EXPECT_TRUE(transcriber_->requests.empty());
+
+  // Browser use alone enables automation; a running daemon is good enough.
+  AIAutomationConfiguration browserOnly = disabled;
+  browserOnly.browserUseEnabled = true;
+  driver_->readiness = CUADriverReadiness::daemonRunning;
+  EXPECT_NO_THROW(prepare(*pipeline, browserOnly));
+}
+
+TEST_F(OrvidAutomationPipelineTest, ABusyCoordinatorRefusesTheRecording) {
+  UUID other = UUID::random();
+  coordinator_->beginRecording(other, VoiceCapturePurpose::dictation);
+  auto pipeline = makePipeline(true);
+  EXPECT_THROW(prepare(*pipeline), OrvidError);
+  EXPECT_EQ(coordinator_->activeRequestID(), other);
+  EXPECT_EQ(stage(), VoiceCaptureStage::Kind::recording);
+  EXPECT_TRUE(transcriber_->requests.empty());
+}
+
+TEST_F(OrvidAutomationPipelineTest, ATranscriptThatCleansToNothingFailsTheRequestAsEmptyAudio) {
+  transcriber_->result.text = " \u200B \n\t ";
+  auto pipeline = makePipeline(true);
+  try {
+    prepare(*pipeline);
+    ADD_FAILURE() << "no error";
+  } catch (const OrvidError& error) {
+    EXPECT_EQ(error, OrvidError::emptyAudio());
+  }
+  OrvidExecutionState state = pipeline->currentState();
+  EXPECT_EQ(state.stage.kind, VoiceCaptureStage::Kind::failed);
+  EXPECT_EQ(state.errorMessage, std::string(OrvidError::emptyAudio().what()));
+  EXPECT_EQ(coordinator_->activeRequestID(), std::nullopt);
+  EXPECT_TRUE(rewriter_->calls.empty());
+  EXPECT_EQ(pipeline->pendingProposal(), std::nullopt);
+}
+
+TEST_F(OrvidAutomationPipelineTest, LaterFailuresFailTheCoordinatorWithTheRedactedMessage) {
+  struct Case {
+    std::string name;
+    bool transcriptionFails;
+    bool rewriteFails;
+  };
+  const std::vector<Case> cases = {{"transcription", true, false}, {"rewrite", false, true}};
+  for (const Case& c : cases) {
+    std::exception_ptr error = std::make_exception_ptr(
+        std::runtime_error("HTTP 401: Authorization: Bearer sk-live-9 rejected (" + c.name + ")"));
+    transcriber_->error = c.transcriptionFails ? error : nullptr;
+    rewriter_->error = c.rewriteFails ? error : nullptr;
+    rewriter_->rewrittenText = "x";
+    auto pipeline = makePipeline(true);
+    try {
+      prepare(*pipeline);
+      ADD_FAILURE() << c.name << ": no error";
+    } catch (const std::runtime_error& thrown) {
+      EXPECT_EQ(std::string(thrown.what()), "HTTP 401: Authorization: Bearer sk-live-9 rejected (" + c.name + ")");
+    }
+    OrvidExecutionState state = pipeline->currentState();
+    EXPECT_EQ(state.stage.kind, VoiceCaptureStage::Kind::failed) << c.name;
+    EXPECT_EQ(state.errorMessage, "HTTP 401: Authorization: Bearer [REDACTED] rejected (" + c.name + ")");
+    EXPECT_EQ(pipeline->pendingProposal(), std::nullopt);
+  }
+}
+
+TEST_F(OrvidAutomationPipelineTest, TitlesTheTaskByTheConfiguredMethodAndClampsTheMinimumConfidence) {
+  rewriter_->rewrittenText = R"({"title": "Empty the trash", "command": "rm -rf ~/.Trash/*"})";
+  AIAutomationConfiguration script = automationConfiguration();
+  script.method = AIAutomationMethod::script;
+  script.minimumTranscriptionConfidence = 1.7;
+  script.requiresConfirmation = false;
+  auto pipeline = makePipeline(true);
+  OrvidAutomationProposal proposal = prepare(*pipeline, script);
+  EXPECT_EQ(proposal.method, AIAutomationMethod::computerUse);
+  EXPECT_EQ(proposal.taskTitle, "Empty the trash");
+  EXPECT_EQ(proposal.minimumTranscriptionConfidence, 1.0);
+  EXPECT_FALSE(proposal.requiresConfirmation);
+  EXPECT_TRUE(proposal.requiresLowConfidenceConfirmation());
+  pipeline->cancelAutomation(proposal.requestID);
+
+  rewriter_->rewrittenText = "# Open Safari\nthen search for weather";
+  AIAutomationConfiguration computer = automationConfiguration();
+  computer.minimumTranscriptionConfidence = -0.3;
+  transcriber_->result.confidence.reset();
+  proposal = prepare(*pipeline, computer);
+  EXPECT_EQ(proposal.taskTitle, "Open Safari");
+  EXPECT_EQ(proposal.minimumTranscriptionConfidence, 0.0);
+  EXPECT_EQ(proposal.transcriptionConfidence, std::nullopt);
+  EXPECT_FALSE(proposal.lowConfidenceWarning());
+}
+
+TEST_F(OrvidAutomationPipelineTest, ConvertsTheInstructionToTheUsersChineseScript) {
+  OrvidSettings settings;
+  settings.chineseConversionMode = "s2t";
+  OrvidSettingsPersistence::save(settings, settings_);
+  transcriber_->result.text = "打开浏览器";
+  rewriter_->rewrittenText = "打开软件";
+  auto pipeline = makePipeline(true);
+  OrvidAutomationProposal proposal = prepare(*pipeline);
+  EXPECT_EQ(proposal.proposedInstruction, "打開軟件");
+  EXPECT_EQ(pipeline->currentState().proposedText, "打開軟件");
+}
+
+TEST_F(OrvidAutomationPipelineTest, ConfirmingAnotherRequestIsAMismatchThatKeepsTheProposal) {
+  auto pipeline = makePipeline(false);
+  EXPECT_THROW(pipeline->confirmAutomation(UUID::random(), 30), OrvidError);
+  OrvidAutomationProposal proposal = prepare(*pipeline);
+  try {
+    pipeline->confirmAutomation(UUID::random(), 30);
+    ADD_FAILURE() << "no error";
+  } catch (const OrvidError& error) {
+    EXPECT_EQ(error, OrvidError::requestMismatch());
+  }
+  EXPECT_EQ(pipeline->pendingProposal(), proposal);
+  EXPECT_EQ(stage(), VoiceCaptureStage::Kind::awaitingConfirmation);
+  EXPECT_TRUE(driver_->runs.empty());
+}
+
+TEST_F(OrvidAutomationPipelineTest, ACoordinatorThatCannotStartKeepsTheProposalPending) {
+  auto pipeline = makePipeline(false);
+  OrvidAutomationProposal proposal = prepare(*pipeline);
+  coordinator_->cancel();  // the host abandoned the request behind the pipeline's back
+  EXPECT_THROW(pipeline->confirmAutomation(proposal.requestID, 30), OrvidError);
+  EXPECT_EQ(pipeline->pendingProposal(), proposal);
+  EXPECT_TRUE(driver_->runs.empty());
+}
+
+TEST_F(OrvidAutomationPipelineTest, ADriverErrorFailsTheRequestWithTheRedactedMessageAndDropsTheProposal) {
+  auto pipeline = makePipeline(false);
+  OrvidAutomationProposal proposal = prepare(*pipeline);
+  driver_->error = std::make_exception_ptr(std::runtime_error("driver said api_key=abc123"));
+  EXPECT_THROW(pipeline->confirmAutomation(proposal.requestID, 30), std::runtime_error);
+  OrvidExecutionState state = pipeline->currentState();
+  EXPECT_EQ(state.stage, VoiceCaptureStage::failed(proposal.requestID, "driver said api_key=[REDACTED]"));
+  EXPECT_EQ(state.errorMessage, "driver said api_key=[REDACTED]");
+  EXPECT_EQ(pipeline->pendingProposal(), std::nullopt);
+  ASSERT_EQ(driver_->runs.size(), 1u);
+}
+
+TEST_F(OrvidAutomationPipelineTest, CancellingDropsTheProposalStopsTheDriverAndIdlesTheCoordinator) {
+  auto pipeline = makePipeline(false);
+  OrvidAutomationProposal proposal = prepare(*pipeline);
+  UUID other = UUID::random();
+  pipeline->cancelAutomation(other);
+  EXPECT_EQ(pipeline->pendingProposal(), std::nullopt);
+  EXPECT_EQ(driver_->cancelled, std::vector<UUID>{other});
+  EXPECT_EQ(pipeline->currentState(), OrvidExecutionState::idle());
+  EXPECT_THROW(pipeline->confirmAutomation(proposal.requestID, 30), OrvidError);
+
+  // After cancelling, a new request can be prepared.
+  OrvidAutomationProposal next = prepare(*pipeline);
+  EXPECT_NE(next.requestID, proposal.requestID);
+  EXPECT_EQ(pipeline->pendingProposal(), next);
+}
+
+}  // namespace
+}  // namespace orvid

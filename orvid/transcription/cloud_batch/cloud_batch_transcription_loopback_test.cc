@@ -1,0 +1,147 @@
+// The OpenAI-compatible path end to end: the real libcurl client against the
+// loopback OpenAI service.
+#include <future>
+
+#include <gtest/gtest.h>
+
+#include "orvid/ai/orvid_provider_error.h"
+#include "orvid/platform/cancellation.h"
+#include "orvid/platform/curl_orvid_http_client.h"
+#include "orvid/testing/loopback_cloud_services.h"
+#include "orvid/transcription/cloud_batch/cloud_batch_transcription_provider.h"
+
+namespace orvid {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::LoopbackHTTPServer;
+using testing::LoopbackOpenAIService;
+using testing::LoopbackScenario;
+
+TranscriptionRequest recording(std::optional<std::string> language = "en") {
+  TranscriptionRequest request;
+  // 0.25 s of a quiet square wave at 16 kHz, in two frames.
+  for (int f = 0; f < 2; ++f) {
+    PCMFrame frame{{}, 16000, 1, 2000};
+    for (int i = 0; i < 2000; ++i) {
+      std::int16_t sample = (i / 20) % 2 == 0 ? 900 : -900;
+      frame.pcm16LittleEndian.push_back(static_cast<std::uint8_t>(sample & 0xFF));
+      frame.pcm16LittleEndian.push_back(static_cast<std::uint8_t>((sample >> 8) & 0xFF));
+    }
+    request.audioFrames.push_back(std::move(frame));
+  }
+  request.languageRoute.providerID = "openai";
+  request.languageRoute.providerLanguage = std::move(language);
+  return request;
+}
+
+class CloudBatchLoopbackTest : public ::testing::Test {
+ protected:
+  LoopbackHTTPServer server;
+  LoopbackOpenAIService service{server, {.apiKey = "sk-loopback-e2e-key", .slowAnswerDelay = 30s}};
+  std::shared_ptr<CurlOrvidHTTPClient> http = std::make_shared<CurlOrvidHTTPClient>();
+
+  CloudBatchTranscriptionProvider provider(std::string key, std::string baseURL = "") {
+    auto store = std::make_shared<InMemoryOrvidCredentialStore>(
+        std::map<std::string, std::string>{{"provider.openai-main.api-key", std::move(key)}});
+    return CloudBatchTranscriptionProvider("openai", URL::parse(baseURL.empty() ? service.baseURL() : baseURL).value(),
+                                           CloudTranscriptionProviderAPI::openAICompatible, "openai-main",
+                                           "gpt-4o-mini-transcribe", store, http);
+  }
+};
+
+TEST_F(CloudBatchLoopbackTest, TranscribesThroughTheRealService) {
+  auto openAI = provider("sk-loopback-e2e-key");
+  TranscriptionRequest request = recording("en");
+  request.promptHint = "Brindle, Orvid";
+  request.providerOptions = {{"temperature", TranscriptionProviderOptionValue::number(0.2)}};
+
+  TranscriptionResult result = openAI.transcribe(request);
+
+  EXPECT_EQ(result.text, "Hello from the loopback service.");
+  EXPECT_EQ(result.providerDiagnostics, request.languageRoute.diagnosticSummary());
+  auto received = server.requests();
+  ASSERT_EQ(received.size(), 1u);
+  EXPECT_EQ(received[0].path, "/v1/audio/transcriptions");
+  ASSERT_TRUE(received[0].isMultipart);
+  ASSERT_EQ(received[0].parts.size(), 5u);
+  EXPECT_EQ(received[0].parts.back().name, "file");
+  EXPECT_EQ(received[0].parts.back().filename, "tesselhost.wav");
+  EXPECT_EQ(received[0].parts.back().contentType, "audio/wav");
+  EXPECT_EQ(testing::wavProblem(received[0].parts.back().content), std::nullopt);
+  EXPECT_EQ(received[0].parts.back().content.size(), 44u + 8000u);
+  EXPECT_EQ(received[0].part("model")->content, "gpt-4o-mini-transcribe");
+  EXPECT_EQ(received[0].part("language")->content, "en");
+  EXPECT_EQ(received[0].part("prompt")->content, "Brindle, Orvid");
+  EXPECT_EQ(received[0].part("temperature")->content, "0.2");
+}
+
+TEST_F(CloudBatchLoopbackTest, ServiceRefusalsBecomeRedactedProviderErrors) {
+  // A proxy that echoes the request's credentials back in its error body.
+  server.route("POST", "/echo/audio/transcriptions", [](const testing::LoopbackRequest& request) {
+    return testing::makeReply(401, "{\"error\":\"rejected Authorization: " +
+                                       request.header("Authorization").value_or("") + "\"}");
+  });
+  struct Case {
+    std::string name;
+    LoopbackScenario scenario;
+    std::string key;
+    std::string baseURL;
+    std::optional<std::string> language;
+    std::string fragment;
+  };
+  const std::vector<Case> cases = {
+      {"wrong key", LoopbackScenario::answer, "sk-wrong-key-0123", "", "en",
+       "ASR request failed with HTTP 401: {\"error\":{\"code\":\"invalid_api_key\""},
+      {"echoed key", LoopbackScenario::answer, "sk-echoed-key-0123", server.baseURL() + "/echo", "en",
+       "ASR request failed with HTTP 401: {\"error\":\"rejected Authorization: Bearer [REDACTED]\"}"},
+      {"rate limited", LoopbackScenario::rateLimited, "sk-loopback-e2e-key", "", "en",
+       "ASR request failed with HTTP 429: "},
+      {"server error", LoopbackScenario::serverError, "sk-loopback-e2e-key", "", "en",
+       "ASR request failed with HTTP 500: "},
+      {"bad language", LoopbackScenario::answer, "sk-loopback-e2e-key", "", "English",
+       "ASR request failed with HTTP 400: "},
+  };
+  for (const Case& c : cases) {
+    service.setScenario(c.scenario);
+    auto openAI = provider(c.key, c.baseURL);
+    try {
+      openAI.transcribe(recording(c.language));
+      ADD_FAILURE() << c.name << ": no error";
+    } catch (const OrvidProviderError& error) {
+      EXPECT_EQ(error.errorCase(), OrvidProviderError::Case::unsupportedProvider) << c.name;
+      EXPECT_TRUE(error.payload().starts_with(c.fragment)) << c.name << ": " << error.payload();
+      EXPECT_EQ(error.payload().find(c.key), std::string::npos) << c.name << ": " << error.payload();
+    }
+  }
+  auto received = server.requests();
+  ASSERT_EQ(received.size(), cases.size());
+  EXPECT_EQ(received[2].path, "/v1/audio/transcriptions");
+}
+
+TEST_F(CloudBatchLoopbackTest, ADroppedConnectionIsATransportError) {
+  service.setScenario(LoopbackScenario::dropConnection);
+  auto openAI = provider("sk-loopback-e2e-key");
+  try {
+    openAI.transcribe(recording());
+    FAIL() << "a dropped connection gave a transcript";
+  } catch (const OrvidHTTPError& error) {
+    EXPECT_EQ(error.errorCase(), OrvidHTTPError::Case::networkConnectionLost) << error.what();
+  }
+}
+
+TEST_F(CloudBatchLoopbackTest, StoppingASlowUploadEndsItPromptly) {
+  service.setScenario(LoopbackScenario::slowAnswer);
+  auto openAI = provider("sk-loopback-e2e-key");
+  std::stop_source source;
+  auto started = std::chrono::steady_clock::now();
+  auto pending = std::async(std::launch::async, [&] { return openAI.transcribe(recording(), source.get_token()); });
+  ASSERT_TRUE(server.waitForRequests(1, 10s));
+  source.request_stop();
+  ASSERT_EQ(pending.wait_for(5s), std::future_status::ready);
+  EXPECT_THROW(pending.get(), CancellationError);
+  EXPECT_LT(std::chrono::steady_clock::now() - started, 15s) << "the 30 s answer was not awaited";
+}
+
+}  // namespace
+}  // namespace orvid
