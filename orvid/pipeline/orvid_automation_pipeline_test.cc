@@ -14,6 +14,7 @@
 #include "orvid/core/orvid_error.h"
 #include "orvid/platform/temporary_directory.h"
 #include "orvid/platform/user_defaults.h"
+#include "orvid/textprocessing/prompt_post_processor.h"
 
 namespace orvid {
 
@@ -434,6 +435,83 @@ TEST_F(OrvidAutomationPipelineTest, CancellingDropsTheProposalStopsTheDriverAndI
   OrvidAutomationProposal next = prepare(*pipeline);
   EXPECT_NE(next.requestID, proposal.requestID);
   EXPECT_EQ(pipeline->pendingProposal(), next);
+}
+
+// Processors of either shape: with and without the trailing stop token.
+struct StoppableProcessor {
+  std::optional<PromptPostProcessResult> process(const std::string& text, const TranscriptionPrompt& prompt,
+                                                 const AIProviderDescriptor&, const AIProviderConfiguration&,
+                                                 const std::optional<std::string>& model, std::stop_token stop) {
+    PromptPostProcessResult result;
+    result.text = text + "|" + prompt.id + "|" + model.value_or("-") + (stop.stop_requested() ? "|stopped" : "");
+    return result;
+  }
+};
+
+struct PlainProcessor {
+  std::optional<PromptPostProcessResult> process(const std::string& text, const TranscriptionPrompt&,
+                                                 const AIProviderDescriptor& provider,
+                                                 const AIProviderConfiguration& configuration,
+                                                 const std::optional<std::string>&) const {
+    if (text.empty()) return std::nullopt;
+    PromptPostProcessResult result;
+    result.text = provider.id + "/" + configuration.id;
+    return result;
+  }
+};
+
+TEST(PromptPostProcessorAdapterTest, ForwardsEveryArgumentToTheWrappedProcessor) {
+  TranscriptionPrompt prompt;
+  prompt.id = "p1";
+  AIProviderDescriptor provider;
+  provider.id = "openai";
+  AIProviderConfiguration configuration;
+  configuration.id = "main";
+  std::stop_source stopped;
+  stopped.request_stop();
+
+  PromptPostProcessorAdapter<StoppableProcessor> stoppable(StoppableProcessor{});
+  PromptPostProcessing& withStop = stoppable;
+  EXPECT_EQ(withStop.process("hi", prompt, provider, configuration, "gpt", stopped.get_token())->text,
+            "hi|p1|gpt|stopped");
+  EXPECT_EQ(withStop.process("hi", prompt, provider, configuration, std::nullopt)->text, "hi|p1|-");
+
+  PromptPostProcessorAdapter<PlainProcessor> plain(PlainProcessor{});
+  PromptPostProcessing& withoutStop = plain;
+  EXPECT_EQ(withoutStop.process("hi", prompt, provider, configuration, "gpt")->text, "openai/main");
+  EXPECT_EQ(withoutStop.process("", prompt, provider, configuration, "gpt"), std::nullopt);
+}
+
+// A language model that answers every request with the same reply.
+class FixedReplyChatClient : public ChatCompletionClient {
+ public:
+  ChatCompletionResult complete(const ChatCompletionRequest& request, const AIProviderDescriptor&,
+                                const AIProviderConfiguration&, std::stop_token) override {
+    requests.push_back(request);
+    ChatCompletionResult result;
+    result.content = reply;
+    return result;
+  }
+
+  std::string reply;
+  std::vector<ChatCompletionRequest> requests;
+};
+
+TEST_F(OrvidAutomationPipelineTest, RewritesThroughThePromptPostProcessor) {
+  auto chat = std::make_shared<FixedReplyChatClient>();
+  chat->reply = "<output>\nOpen Notes and type hello\n</output> thanks";
+  auto processor =
+      std::make_shared<PromptPostProcessorAdapter<PromptPostProcessor>>(PromptPostProcessor(chat));
+  OrvidAutomationPipeline::Environment environment;
+  environment.settings = &settings_;
+  OrvidAutomationPipeline pipeline(coordinator_, transcriber_, TranscriptCleanupEngine(settings_), processor, driver_,
+                                   environment);
+  OrvidAutomationProposal proposal = prepare(pipeline);
+  EXPECT_EQ(proposal.proposedInstruction, "Open Notes and type hello");
+  ASSERT_EQ(chat->requests.size(), 1u);
+  EXPECT_EQ(chat->requests[0].modelID, "gpt-4o");
+  EXPECT_EQ(chat->requests[0].userText, "open notes and write hello");
+  EXPECT_TRUE(proposal.promptDurationMilliseconds.has_value());
 }
 
 }  // namespace

@@ -29,7 +29,8 @@ class PromptPostProcessing {
 };
 
 // Serves PromptPostProcessing with any processor whose process() takes the same
-// arguments, with or without the trailing stop token.
+// arguments, with or without the trailing stop token; the host hands the pipeline
+// its PromptPostProcessor as PromptPostProcessorAdapter<PromptPostProcessor>.
 template <typename Processor>
 class PromptPostProcessorAdapter : public PromptPostProcessing {
  public:

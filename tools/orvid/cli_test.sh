@@ -136,5 +136,277 @@ expect_error "credentials damaged file" credentials --store file list
 # No secret ever reaches the terminal.
 grep -q -e "$secret" "$work/out" "$work/err" "$work/list" && fail "a secret was printed"
 
+# ----- transcribe and chat: cloud services (a fake OpenAI-compatible service on 127.0.0.1) -----
+saved_config_home="$ORVID_CONFIG_HOME"
+export ORVID_CONFIG_HOME="$work/cloud-config" ORVID_CREDENTIAL_STORE=file
+cloud_key="sk-cli-fake-0123456789"
+wrong_key="gsk-wrong-secret-98765"
+cat >"$work/fake_service.py" <<'PY'
+import json, sys, threading
+from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
+
+KEY = sys.argv[1]
+
+class Handler(BaseHTTPRequestHandler):
+    def log_message(self, *args):
+        pass
+
+    def reply(self, status, body, content_type="application/json"):
+        data = body.encode()
+        self.send_response(status)
+        self.send_header("Content-Type", content_type)
+        self.send_header("Content-Length", str(len(data)))
+        self.end_headers()
+        self.wfile.write(data)
+
+    def do_POST(self):
+        body = self.rfile.read(int(self.headers.get("Content-Length", "0")))
+        auth = self.headers.get("Authorization", "")
+        if self.path.startswith("/broken/"):
+            return self.reply(500, "upstream failed\nsecond line", "text/plain")
+        if auth != "Bearer " + KEY:
+            return self.reply(401, json.dumps({"error": "rejected Authorization: " + auth}))
+        if self.path == "/v1/audio/transcriptions":
+            upload = self.headers.get("Content-Type", "").startswith("multipart/form-data; boundary=Brindle-") \
+                and b'name="file"; filename="tesselhost.wav"\r\nContent-Type: audio/wav\r\n\r\nRIFF' in body
+            if not upload:
+                return self.reply(400, json.dumps({"error": "not an upload"}))
+            language = b'name="language"\r\n\r\nde\r\n' in body
+            return self.reply(200, json.dumps({"text": "  Hallo von der Kommandozeile" + (" (de)" if language else "") + " "}))
+        if self.path == "/v1/chat/completions":
+            request = json.loads(body)
+            return self.reply(200, json.dumps({"choices": [{"message": {"content": "echo: " + request["messages"][-1]["content"]}}]}))
+        self.reply(404, "{}")
+
+server = ThreadingHTTPServer(("127.0.0.1", 0), Handler)
+threading.Timer(90, server.shutdown).start()  # never outlives the test by much
+print(server.server_address[1], flush=True)
+server.serve_forever()
+PY
+exec 3< <(/usr/bin/python3 "$work/fake_service.py" "$cloud_key")
+fake_pid=$!
+if read -r -t 20 fake_port <&3; then
+  fake="http://127.0.0.1:$fake_port"
+
+  expect_error "transcribe missing file" transcribe "$work/absent.wav" --provider openai
+  expect_error "transcribe unknown provider" transcribe "$work/ok.wav" --provider no-such-service
+  expect_error "transcribe on-device provider" transcribe "$work/ok.wav" --provider local.whispercpp-tiny
+  expect_error "transcribe without base URL" transcribe "$work/ok.wav" --provider openai-compatible
+  expect_error "transcribe bad base URL" transcribe "$work/ok.wav" --provider openai-compatible --base-url "ftp://x/v1"
+  expect_error "transcribe without key" transcribe "$work/ok.wav" --provider openai-compatible --base-url "$fake/v1"
+  grep -q "orvid credentials set provider.openai-compatible.api-key" "$work/err" || fail "missing key advice: $(cat "$work/err")"
+  expect_error "transcribe not a WAV" transcribe "$work/text.wav" --provider openai --base-url "$fake/v1"
+  expect_error "chat unknown provider" chat --provider no-such-model-host --model m hello
+  expect_error "chat without key" chat --provider openai-compatible --base-url "$fake/v1" --model m hello
+
+  printf '%s' "$cloud_key" | "$orvid" credentials set provider.openai-compatible.api-key >/dev/null 2>"$work/err" \
+    || fail "storing the fake key: $(cat "$work/err")"
+  printf '%s' "$wrong_key" | "$orvid" credentials set provider.groq.api-key >/dev/null 2>"$work/err" \
+    || fail "storing the wrong key: $(cat "$work/err")"
+
+  expect_ok "transcribe" "^Hallo von der Kommandozeile \(de\)$" \
+    transcribe "$work/ok.wav" --provider openai-compatible --base-url "$fake/v1" --language de --prompt "Orvid"
+  expect_ok "chat" "^echo: hello there$" chat --provider openai-compatible --base-url "$fake/v1" --model m hello there
+
+  expect_error "transcribe rejected key" transcribe "$work/ok.wav" --provider groq --base-url "$fake/v1"
+  grep -q "ASR request failed with HTTP 401: .*Authorization: Bearer \[REDACTED\]" "$work/err" \
+    || fail "rejected key message: $(cat "$work/err")"
+  grep -q -e "$wrong_key" "$work/err" && fail "transcribe printed the key: $(cat "$work/err")"
+  expect_error "chat rejected key" chat --provider groq --base-url "$fake/v1" --model m hello
+  grep -q "Bearer \[REDACTED\]" "$work/err" || fail "chat rejected key message: $(cat "$work/err")"
+  grep -q -e "$wrong_key" "$work/err" && fail "chat printed the key: $(cat "$work/err")"
+  expect_error "transcribe server error" transcribe "$work/ok.wav" --provider openai-compatible --base-url "$fake/broken/v1"
+  grep -q -x "orvid: ASR request failed with HTTP 500: upstream failed second line" "$work/err" \
+    || fail "server error message: $(cat "$work/err")"
+  expect_error "chat server error" chat --provider openai-compatible --base-url "$fake/broken/v1" --model m hello
+  expect_error "chat without model" chat --provider openai-compatible --base-url "$fake/v1" hello
+  expect_error "chat bad effort" chat --provider openai-compatible --base-url "$fake/v1" --model m --effort max hello
+  kill "$fake_pid" 2>/dev/null
+  expect_error "transcribe unreachable service" transcribe "$work/ok.wav" --provider openai-compatible --base-url "$fake/v1"
+else
+  fail "the fake cloud service did not start"
+  kill "$fake_pid" 2>/dev/null
+fi
+exec 3<&-
+export ORVID_CONFIG_HOME="$saved_config_home"
+unset ORVID_CREDENTIAL_STORE
+
+# ---------------------------------------------------------------------------
+# Transcript cleanup (orvid clean) and rewriting (orvid rewrite).
+# A configuration folder of their own: its settings.json switches autocorrect,
+# number normalisation and Chinese conversion; rewriting talks to a loopback
+# server that answers like an OpenAI-compatible chat service.
+# ---------------------------------------------------------------------------
+saved_config_home="$ORVID_CONFIG_HOME"
+export ORVID_CONFIG_HOME="$work/text-config"
+mkdir -p "$ORVID_CONFIG_HOME"
+text_settings="$ORVID_CONFIG_HOME/settings.json"
+
+# expect_clean NAME EXPECTED ARGS...: zero exit and exactly EXPECTED on stdout.
+expect_clean() {
+  local name="$1" expected="$2"; shift 2
+  if ! "$orvid" clean "$@" >"$work/out" 2>"$work/err"; then fail "$name: exit status $?: $(cat "$work/err")"; return; fi
+  [ "$(cat "$work/out")" = "$expected" ] || fail "$name: got '$(cat "$work/out")', expected '$expected'"
+}
+
+zwsp=$(printf '\xe2\x80\x8b')
+expect_clean "clean everything off" "um I I like it" " ${zwsp}um   I I${zwsp}  like it "
+expect_clean "clean stutters" "I want to go" --stutters "I I I want to to go"
+expect_clean "clean stutters ignore case" "The cat" --stutters "The the cat"
+expect_clean "clean fillers" "so, yes" --fillers "Um, so, like, yes"
+expect_clean "clean fillers keep words" "I have an umbrella" --fillers "I have an umbrella"
+expect_clean "clean mixed scripts" "好的 我们 走吧 ok" --fillers --stutters "好的 好的 um 我们 走吧 uh ok OK"
+expect_clean "clean fillers then stutters" "we should go" --fillers --stutters "we um we should go"
+expect_clean "clean dictionary" "push to GitHub on the AWS console" --dictionary GitHub,AWS "push to git hub on the a w s console"
+expect_clean "clean dictionary repeated" "from New York City to GitHub" --dictionary GitHub --dictionary "New York City" \
+  "from new yolk city to git hub"
+expect_clean "clean fuzzy default threshold" "ask Anthropic now" --dictionary Anthropic "ask an tropic now"
+expect_clean "clean fuzzy high threshold" "ask an tropic now" --dictionary Anthropic --threshold 0.9 "ask an tropic now"
+expect_clean "clean context terms" "open GitHub and run kubectl" --threshold 0.8 --context 'Use `kubectl` with GitHub' \
+  "open git hub and run cube c t l"
+printf 'hello \n\n   world\n' >"$work/transcript.txt"
+expect_clean "clean file" "hello world" --file "$work/transcript.txt"
+printf 'uh  from   standard input\n' | "$orvid" clean --fillers --file - >"$work/out" 2>"$work/err" \
+  || fail "clean stdin: $(cat "$work/err")"
+[ "$(cat "$work/out")" = "from standard input" ] || fail "clean stdin: $(cat "$work/out")"
+
+printf '{"autocorrectEnabled": true, "autocorrectRules": {"sentenceCapitalization": false},
+  "inverseTextNormalizationEnabled": true, "chineseConversionMode": "s2t"}' >"$text_settings"
+expect_clean "clean with settings" "我有23個蘋果，共 23 個" "我有二十三个苹果,共twenty three个"
+expect_clean "clean English numbers only" "二十三 and 23.5%" --language en "二十三 and twenty three point five percent"
+expect_clean "clean Chinese date" "2024年3月5日" --language zh "二零二四年三月五日"
+printf '{"autocorrectEnabled": true}' >"$text_settings"
+expect_clean "clean autocorrect defaults" "Hello 你好 world, fine." "hello 你好world , fine."
+printf '{"autocorrectEnabled": true, "autocorrectRules": {"sentenceCapitalization": false, "spaceBetweenCJKAndLatin": false}}' \
+  >"$text_settings"
+expect_clean "clean autocorrect rule off" "hello 你好world" "hello 你好world"
+printf '{"chineseConversionMode": "tw2sp"}' >"$text_settings"
+expect_clean "clean Taiwan to Simplified" "鼠标软件" "滑鼠軟體"
+printf '{"chineseConversionMode": "x2y", "inverseTextNormalizationEnabled": false}' >"$text_settings"
+expect_clean "clean unknown conversion" "滑鼠軟體 twenty three" "滑鼠軟體 twenty three"
+rm -f "$text_settings"
+
+printf 'abc\xff\n' >"$work/latin1.txt"
+expect_error "clean without text" clean
+expect_error "clean text and file" clean "hello" --file "$work/transcript.txt"
+expect_error "clean missing file" clean --file "$work/absent.txt"
+expect_error "clean directory" clean --file "$work"
+expect_error "clean not UTF-8" clean --file "$work/latin1.txt"
+expect_error "clean threshold above 1" clean --threshold 1.5 "hello"
+expect_error "clean threshold not a number" clean --threshold high "hello"
+
+# start_chat_server LOG RESPONSE...: a loopback server that answers the requests, in
+# order, with "STATUS BODY" responses and appends each request to LOG as one JSON
+# line; sets chat_server (its process) and chat_port.
+start_chat_server() {
+  local log="$1"; shift
+  rm -f "$log" "$work/port-fifo"
+  mkfifo "$work/port-fifo"
+  exec 3<>"$work/port-fifo"
+  /usr/bin/python3 - "$work/port-fifo" "$log" "$@" <<'PY' &
+import http.server, json, sys
+fifo, log, responses = sys.argv[1], sys.argv[2], sys.argv[3:]
+class Handler(http.server.BaseHTTPRequestHandler):
+    def do_POST(self):
+        body = self.rfile.read(int(self.headers.get("Content-Length", "0"))).decode("utf-8")
+        with open(log, "a") as out:
+            out.write(json.dumps({"path": self.path, "authorization": self.headers.get("Authorization"),
+                                  "body": json.loads(body)}) + "\n")
+        status, _, reply = responses.pop(0).partition(" ")
+        data = reply.encode("utf-8")
+        self.send_response(int(status))
+        self.send_header("Content-Type", "application/json")
+        self.send_header("Content-Length", str(len(data)))
+        self.end_headers()
+        self.wfile.write(data)
+    def log_message(self, *args):
+        pass
+server = http.server.HTTPServer(("127.0.0.1", 0), Handler)
+server.timeout = 20
+with open(fifo, "w") as out:
+    out.write("%d\n" % server.server_address[1])
+for _ in range(len(responses)):
+    server.handle_request()
+PY
+  chat_server=$!
+  chat_port=""
+  read -r -t 10 -u 3 chat_port
+  exec 3<&-
+  [ -n "$chat_port" ] || fail "chat server did not start"
+}
+
+stop_chat_server() { kill "$chat_server" 2>/dev/null; wait "$chat_server" 2>/dev/null; }
+
+# check_requests NAME LOG PYTHON-EXPRESSION: the expression, over the list of logged
+# requests `r`, must be true.
+check_requests() {
+  /usr/bin/python3 -c 'import json, sys
+r = [json.loads(line) for line in open(sys.argv[1])]
+sys.exit(0 if eval(sys.argv[2]) else 1)' "$2" "$3" 2>/dev/null || fail "$1: requests do not satisfy $3: $(cat "$2" 2>/dev/null)"
+}
+
+chat_reply() {
+  /usr/bin/python3 -c 'import json, sys
+print(json.dumps({"choices": [{"message": {"role": "assistant", "content": sys.argv[1]}}],
+                  "usage": {"prompt_tokens": 12, "completion_tokens": 4}}))' "$1"
+}
+
+chat_log="$work/chat-requests.jsonl"
+start_chat_server "$chat_log" "200 $(chat_reply '{"transcription": " Hello, world. "}')"
+"$orvid" rewrite "  hello world  " --prompt default_correct --provider ollama --model test-model \
+  --base-url "http://127.0.0.1:$chat_port/v1" --stats >"$work/out" 2>"$work/err" || fail "rewrite: $(cat "$work/err")"
+stop_chat_server
+[ "$(cat "$work/out")" = "Hello, world." ] || fail "rewrite: $(cat "$work/out")"
+grep -q -E "^model test-model, [0-9]+ ms, 12 tokens in, 4 tokens out" "$work/err" || fail "rewrite --stats: $(cat "$work/err")"
+check_requests "rewrite" "$chat_log" 'len(r) == 1 and r[0]["path"] == "/v1/chat/completions"
+  and r[0]["authorization"] is None and r[0]["body"]["model"] == "test-model"
+  and r[0]["body"]["messages"][0]["role"] == "system" and r[0]["body"]["messages"][0]["content"].startswith("You correct dictated text.")
+  and r[0]["body"]["messages"][1] == {"role": "user", "content": "hello world"}
+  and r[0]["body"]["response_format"]["json_schema"]["name"] == "transcription_result"'
+
+start_chat_server "$chat_log" '400 {"error": {"message": "response_format json_schema is not supported"}}' \
+  "200 $(chat_reply '<output>Hi there.</output> Anything else?')"
+"$orvid" rewrite "hi there" --prompt default_improve --provider ollama --model test-model \
+  --base-url "http://127.0.0.1:$chat_port/v1" >"$work/out" 2>"$work/err" || fail "rewrite retry: $(cat "$work/err")"
+stop_chat_server
+[ "$(cat "$work/out")" = "Hi there." ] || fail "rewrite retry: $(cat "$work/out")"
+check_requests "rewrite retry" "$chat_log" 'len(r) == 2 and "response_format" in r[0]["body"]
+  and "response_format" not in r[1]["body"] and r[1]["body"]["messages"] == r[0]["body"]["messages"]'
+
+start_chat_server "$chat_log" \
+  "200 $(chat_reply '```json
+[{"text": "Hi.", "start": 0, "end": 5}, {"text": "Hello.", "start": 0, "end": 5}]
+```')"
+"$orvid" rewrite "hello" --prompt default_correct --provider ollama --model test-model --alternatives \
+  --base-url "http://127.0.0.1:$chat_port/v1" >"$work/out" 2>"$work/err" || fail "rewrite alternatives: $(cat "$work/err")"
+stop_chat_server
+[ "$(cat "$work/out")" = "$(printf '1. Hi.\n2. Hello.')" ] || fail "rewrite alternatives: $(cat "$work/out")"
+check_requests "rewrite alternatives" "$chat_log" 'len(r) == 1 and "response_format" not in r[0]["body"]
+  and r[0]["body"]["messages"][0]["content"].endswith("no explanations, no other text.")'
+
+chat_secret="sk-rewrite-$$-S3cr3t"
+printf '%s' "$chat_secret" | "$orvid" credentials --store file set provider.openai-compatible.api-key >/dev/null 2>"$work/err" \
+  || fail "rewrite key: $(cat "$work/err")"
+start_chat_server "$chat_log" "401 {\"error\": \"invalid key: Authorization: Bearer $chat_secret\"}"
+ORVID_CREDENTIAL_STORE=file expect_error "rewrite rejected key" rewrite "hello" --prompt default_correct \
+  --provider openai-compatible --model m --base-url "http://127.0.0.1:$chat_port/v1"
+stop_chat_server
+grep -q -e "$chat_secret" "$work/out" "$work/err" && fail "rewrite printed the API key: $(cat "$work/err")"
+check_requests "rewrite key" "$chat_log" "len(r) == 1 and r[0]['authorization'] == 'Bearer $chat_secret'"
+
+expect_error "rewrite unknown prompt" rewrite "hello" --prompt no-such-prompt --provider ollama --model m
+expect_error "rewrite unknown provider" rewrite "hello" --prompt default_correct --provider no-such-provider --model m
+expect_error "rewrite without model" rewrite "hello" --prompt default_correct --provider ollama
+expect_error "rewrite blank text" rewrite "   " --prompt default_correct --provider ollama --model m
+expect_error "rewrite without address" rewrite "hello" --prompt default_correct --provider openai-compatible --model m
+expect_error "rewrite bad address" rewrite "hello" --prompt default_correct --provider ollama --model m --base-url "no url"
+ORVID_CREDENTIAL_STORE=file expect_error "rewrite without key" rewrite "hello" --prompt default_correct --provider openai \
+  --model m
+expect_error "rewrite server down" rewrite "hello" --prompt default_correct --provider ollama --model m \
+  --base-url "http://127.0.0.1:9/v1"
+expect_error "rewrite without prompt" rewrite "hello" --provider ollama --model m
+
+export ORVID_CONFIG_HOME="$saved_config_home"
+
 if [ "$failures" -ne 0 ]; then echo "$failures failure(s)"; exit 1; fi
 echo "all CLI checks passed"
