@@ -342,7 +342,7 @@ stop_chat_server() { kill "$chat_server" 2>/dev/null; wait "$chat_server" 2>/dev
 check_requests() {
   /usr/bin/python3 -c 'import json, sys
 r = [json.loads(line) for line in open(sys.argv[1])]
-sys.exit(0 if eval(sys.argv[2]) else 1)' "$2" "$3" 2>/dev/null || fail "$1: requests do not satisfy $3: $(cat "$2" 2>/dev/null)"
+sys.exit(0 if eval("(" + sys.argv[2] + ")") else 1)' "$2" "$3" 2>/dev/null || fail "$1: requests do not satisfy $3: $(cat "$2" 2>/dev/null)"
 }
 
 chat_reply() {

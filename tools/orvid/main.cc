@@ -34,6 +34,7 @@ int main(int argc, char** argv) {
   orvid::cli::addRewriteCommands(app);
   orvid::cli::addProviderCommands(app);
   orvid::cli::addCredentialCommands(app);
+  orvid::cli::addCuaCommands(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp& help) {
