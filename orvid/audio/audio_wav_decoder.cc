@@ -16,20 +16,19 @@ std::string messageFor(AudioWAVDecoderError::Case errorCase, std::int16_t bitsPe
   using Case = AudioWAVDecoderError::Case;
   switch (errorCase) {
     case Case::unsupportedBitDepth:
-      return "Unsupported WAV bit depth: " + std::to_string(bitsPerSample) +
-             " bits per sample (only 16-bit PCM is supported).";
+      return "unsupportedBitDepth(" + std::to_string(bitsPerSample) + ")";
     case Case::truncatedHeader:
-      return "The WAV header is truncated.";
+      return "truncatedHeader";
     case Case::notAWAVFile:
-      return "Not a WAV file.";
+      return "notAWAVFile";
     case Case::missingFmtChunk:
-      return "The WAV file has no usable format chunk.";
+      return "missingFmtChunk";
     case Case::missingDataChunk:
-      return "The WAV file has no data chunk.";
+      return "missingDataChunk";
     case Case::invalidSamplesPerFrame:
-      return "Samples per frame must be at least 1.";
+      return "invalidSamplesPerFrame";
   }
-  return "Invalid WAV file.";
+  return "invalidSamplesPerFrame";
 }
 
 }  // namespace

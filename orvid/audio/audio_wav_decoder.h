@@ -39,7 +39,8 @@ class AudioWAVDecoderError : public std::exception {
   Case errorCase() const { return case_; }
   // The file's bits per sample for unsupportedBitDepth; 0 for the other cases.
   std::int16_t bitsPerSample() const { return bitsPerSample_; }
-  // For example "Unsupported WAV bit depth: 8 bits per sample (only 16-bit PCM is supported)."
+  // The error has no message of its own: what() describes the value as its case
+  // name, with the payload in parentheses, e.g. "truncatedHeader", "unsupportedBitDepth(8)".
   const char* what() const noexcept override { return message_.c_str(); }
 
   // Compares case and payload.

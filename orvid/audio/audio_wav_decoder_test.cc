@@ -255,21 +255,22 @@ TEST(AudioWAVDecoderTest, ReportsMalformedFilesInTheOrderTheyAreChecked) {
   }
 }
 
-TEST(AudioWAVDecoderTest, ErrorsDescribeThemselvesAndCompareByCaseAndPayload) {
+TEST(AudioWAVDecoderTest, ErrorsDescribeThemselvesAsTheirCaseAndCompareByPayload) {
   using Error = AudioWAVDecoderError;
   struct Case {
     Error error;
     Error::Case errorCase;
     std::string message;
   };
+  // The errors carry no message text of their own: they describe themselves as values.
   const std::vector<Case> cases = {
-      {Error::unsupportedBitDepth(8), Error::Case::unsupportedBitDepth,
-       "Unsupported WAV bit depth: 8 bits per sample (only 16-bit PCM is supported)."},
-      {Error::truncatedHeader(), Error::Case::truncatedHeader, "The WAV header is truncated."},
-      {Error::notAWAVFile(), Error::Case::notAWAVFile, "Not a WAV file."},
-      {Error::missingFmtChunk(), Error::Case::missingFmtChunk, "The WAV file has no usable format chunk."},
-      {Error::missingDataChunk(), Error::Case::missingDataChunk, "The WAV file has no data chunk."},
-      {Error::invalidSamplesPerFrame(), Error::Case::invalidSamplesPerFrame, "Samples per frame must be at least 1."},
+      {Error::unsupportedBitDepth(8), Error::Case::unsupportedBitDepth, "unsupportedBitDepth(8)"},
+      {Error::unsupportedBitDepth(-16), Error::Case::unsupportedBitDepth, "unsupportedBitDepth(-16)"},
+      {Error::truncatedHeader(), Error::Case::truncatedHeader, "truncatedHeader"},
+      {Error::notAWAVFile(), Error::Case::notAWAVFile, "notAWAVFile"},
+      {Error::missingFmtChunk(), Error::Case::missingFmtChunk, "missingFmtChunk"},
+      {Error::missingDataChunk(), Error::Case::missingDataChunk, "missingDataChunk"},
+      {Error::invalidSamplesPerFrame(), Error::Case::invalidSamplesPerFrame, "invalidSamplesPerFrame"},
   };
   for (const auto& testCase : cases) {
     EXPECT_EQ(testCase.error.errorCase(), testCase.errorCase);

@@ -5,9 +5,9 @@ namespace orvid {
 const char* OpusOrvidError::what() const noexcept {
   switch (case_) {
     case Case::emptyAudio:
-      return "No audio frames to encode.";
+      return "emptyAudio";
   }
-  return "No audio frames to encode.";
+  return "emptyAudio";
 }
 
 }  // namespace orvid

@@ -14,7 +14,7 @@ class OpusOrvidError : public std::exception {
   static OpusOrvidError emptyAudio() { return OpusOrvidError(Case::emptyAudio); }
 
   Case errorCase() const { return case_; }
-  // "No audio frames to encode."
+  // The error has no message of its own: what() is the case name, "emptyAudio".
   const char* what() const noexcept override;
 
   bool operator==(const OpusOrvidError& other) const { return case_ == other.case_; }

@@ -1,9 +1,22 @@
 #include "orvid/core/asr_language_route.h"
 
 #include <array>
+#include <functional>
 
 namespace orvid {
 namespace {
+
+void combine(std::size_t& seed, std::size_t value) { seed ^= value + 0x9e3779b97f4a7c15ull + (seed << 6) + (seed >> 2); }
+
+std::size_t hashText(const std::string& text) { return std::hash<std::string>()(text); }
+
+std::size_t hashOptional(const std::optional<std::string>& text) { return text ? hashText(*text) * 31 + 1 : 0; }
+
+std::size_t hashList(const std::vector<std::string>& list) {
+  std::size_t seed = list.size();
+  for (const auto& text : list) combine(seed, hashText(text));
+  return seed;
+}
 
 std::string joined(const std::vector<std::string>& parts, const char* separator) {
   std::string text;
@@ -44,3 +57,19 @@ std::string ResolvedASRLanguageRoute::diagnosticSummary() const {
 }
 
 }  // namespace orvid
+
+std::size_t std::hash<orvid::ResolvedASRLanguageRoute>::operator()(
+    const orvid::ResolvedASRLanguageRoute& route) const noexcept {
+  using orvid::combine;
+  std::size_t seed = orvid::hashText(route.providerID);
+  combine(seed, orvid::hashOptional(route.modelID));
+  combine(seed, static_cast<std::size_t>(route.transport));
+  combine(seed, static_cast<std::size_t>(route.strategy));
+  combine(seed, orvid::hashList(route.selectedLanguageCodes));
+  combine(seed, orvid::hashOptional(route.providerLanguage));
+  combine(seed, orvid::hashList(route.providerLanguageHints));
+  combine(seed, orvid::hashList(route.expectedLanguages));
+  combine(seed, orvid::hashOptional(route.effectivePostProcessingLanguage));
+  combine(seed, orvid::hashList(route.diagnostics));
+  return seed;
+}

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
@@ -23,9 +24,10 @@ enum class ASRLanguageRoutingStrategy {
 std::string rawValue(ASRLanguageRoutingStrategy strategy);
 
 // The per-request language decision for one provider: what to send and what
-// post-processing should assume, with the reasons for any compromise.
+// post-processing should assume, with the reasons for any compromise. A
+// default-constructed route equals `unspecified`.
 struct ResolvedASRLanguageRoute {
-  std::string providerID;
+  std::string providerID = "unspecified";
   std::optional<std::string> modelID;
   ASRTranscriptionTransport transport = ASRTranscriptionTransport::batch;
   ASRLanguageRoutingStrategy strategy = ASRLanguageRoutingStrategy::noLanguageInput;
@@ -47,3 +49,8 @@ struct ResolvedASRLanguageRoute {
 };
 
 }  // namespace orvid
+
+template <>
+struct std::hash<orvid::ResolvedASRLanguageRoute> {
+  std::size_t operator()(const orvid::ResolvedASRLanguageRoute& route) const noexcept;
+};

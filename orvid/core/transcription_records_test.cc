@@ -71,6 +71,39 @@ TEST(ResolvedASRLanguageRouteTest, SummaryListsEveryPresentPartInOrder) {
   }
 }
 
+TEST(ResolvedASRLanguageRouteTest, ADefaultRouteIsTheUnspecifiedRoute) {
+  EXPECT_EQ(ResolvedASRLanguageRoute{}, ResolvedASRLanguageRoute::unspecified);
+  EXPECT_EQ(ResolvedASRLanguageRoute::unspecified.providerID, "unspecified");
+  // Requests built without a route carry the unspecified one.
+  EXPECT_EQ(TranscriptionRequest{}.languageRoute, ResolvedASRLanguageRoute::unspecified);
+  EXPECT_EQ(TranscriptionRequest{}.languageRoute.diagnosticSummary(),
+            ResolvedASRLanguageRoute::unspecified.diagnosticSummary());
+}
+
+TEST(ResolvedASRLanguageRouteTest, EqualRoutesHashAlikeAndEveryFieldTakesPart) {
+  const ResolvedASRLanguageRoute base = fullRoute();
+  std::hash<ResolvedASRLanguageRoute> hash;
+  EXPECT_EQ(hash(base), hash(ResolvedASRLanguageRoute(base)));
+  const std::vector<std::function<void(ResolvedASRLanguageRoute&)>> changes = {
+      [](auto& r) { r.providerID = "deepgram"; },
+      [](auto& r) { r.modelID.reset(); },
+      [](auto& r) { r.transport = ASRTranscriptionTransport::batch; },
+      [](auto& r) { r.strategy = ASRLanguageRoutingStrategy::candidateDetection; },
+      [](auto& r) { r.selectedLanguageCodes = {"en"}; },
+      [](auto& r) { r.providerLanguage.reset(); },
+      [](auto& r) { r.providerLanguageHints = {"en,zh"}; },
+      [](auto& r) { r.expectedLanguages.clear(); },
+      [](auto& r) { r.effectivePostProcessingLanguage = "zh"; },
+      [](auto& r) { r.diagnostics = {"first note; second note"}; },
+  };
+  for (std::size_t i = 0; i < changes.size(); ++i) {
+    ResolvedASRLanguageRoute variant = base;
+    changes[i](variant);
+    EXPECT_NE(variant, base) << "change " << i;
+    EXPECT_NE(hash(variant), hash(base)) << "change " << i;
+  }
+}
+
 TEST(ResolvedASRLanguageRouteTest, StrategiesHaveTheirCaseNames) {
   const std::vector<std::pair<ASRLanguageRoutingStrategy, std::string>> names = {
       {ASRLanguageRoutingStrategy::automatic, "automatic"},

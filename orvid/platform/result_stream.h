@@ -17,11 +17,16 @@ namespace orvid {
 // A thread-safe, unbounded stream of values with one producer side (yield, finish)
 // and any number of consumers calling next(). Values are delivered in order; once
 // finished, next() drains what is buffered and then ends normally or rethrows the
-// stored error. Copies share the same stream.
+// stored error. Copies share the same stream; moving copies too, so that a
+// moved-from stream stays usable (an owner that was moved can still finish it).
 template <typename T>
 class ResultStream {
  public:
   ResultStream() : state_(std::make_shared<State>()) {}
+  // Declared so that no move operations are generated: a move is a copy.
+  ResultStream(const ResultStream&) = default;
+  ResultStream& operator=(const ResultStream&) = default;
+  ~ResultStream() = default;
 
   // Buffers a value; ignored after finish.
   void yield(T value) const {

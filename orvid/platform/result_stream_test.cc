@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -72,6 +73,21 @@ TEST(ResultStreamTest, CopiesShareOneStream) {
   EXPECT_EQ(consumer.next(), 7);
   consumer.finish();
   EXPECT_TRUE(producer.isFinished());
+}
+
+TEST(ResultStreamTest, AMovedFromStreamStaysUsableAndShared) {
+  ResultStream<int> original;
+  ResultStream<int> moved = std::move(original);
+  ResultStream<int> assigned;
+  assigned = std::move(moved);
+  // Every handle, moved from or not, still reaches the one stream.
+  original.yield(1);
+  moved.yield(2);
+  EXPECT_EQ(assigned.next(), 1);
+  EXPECT_EQ(original.next(), 2);
+  moved.finish();
+  EXPECT_TRUE(assigned.isFinished());
+  EXPECT_EQ(original.next(), std::nullopt);
 }
 
 TEST(ResultStreamTest, WakesAWaitingConsumerWhenAValueArrives) {

@@ -54,10 +54,12 @@ void writeFileAtomically(const std::filesystem::path& path, std::string_view con
     }
     written += static_cast<std::size_t>(n);
   }
-  if (::fsync(fd) != 0 || ::close(fd) != 0) {
-    int saved = errno;
+  // The descriptor is closed whether or not the flush worked.
+  int failure = ::fsync(fd) != 0 ? errno : 0;
+  if (::close(fd) != 0 && failure == 0) failure = errno;
+  if (failure != 0) {
     ::unlink(temporary.c_str());
-    errno = saved;
+    errno = failure;
     throwErrno("cannot flush file", temporary);
   }
   if (::rename(temporary.c_str(), path.c_str()) != 0) {

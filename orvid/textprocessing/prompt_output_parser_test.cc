@@ -34,6 +34,67 @@ TEST(PromptOutputParserTest, ExtractsTheFirstOutputElementOrTheWholeAnswer) {
   for (const Case& c : cases) EXPECT_EQ(PromptOutputParser::extractOutput(c.answer), c.expected) << c.answer;
 }
 
+TEST(PromptOutputParserTest, CleansMessyModelAnswers) {
+  struct Case {
+    std::string answer;
+    std::string expected;
+  };
+  const std::vector<Case> cases = {
+      // Chatter around the tagged answer.
+      {"Sure! Here is the corrected text:\n\n<output>\nLet's meet at 3 PM.\n</output>\n\nLet me know if you need more.",
+       "Let's meet at 3 PM."},
+      // A byte order mark and zero-width joiners that models copy from their input.
+      {"\uFEFF<output>\u200BHello\u200D world\u200C</output>", "Hello world"},
+      // Tags inside the answer text itself: only the first pair counts.
+      {"<output>Use <b>bold</b> here</output> and <output>ignored</output>", "Use <b>bold</b> here"},
+      // A nested opening tag is part of the content.
+      {"<output>a <output>b</output> c</output>", "a <output>b"},
+      // Line breaks of every kind around the answer.
+      {"\r\n\t  Plain answer.\u2028\r\n", "Plain answer."},
+      // No tags: the whole answer, inner line breaks kept.
+      {"Line one\n\nLine two", "Line one\n\nLine two"},
+  };
+  for (const Case& c : cases) EXPECT_EQ(PromptOutputParser::extractOutput(c.answer), c.expected) << c.answer;
+}
+
+TEST(PromptOutputParserTest, ReadsChoicesFromMessyArrays) {
+  struct Case {
+    std::string answer;
+    std::optional<Strings> expected;
+  };
+  const std::vector<Case> cases = {
+      {"```JSON\r\n[\"One\", \"Two\"]\r\n```", Strings{"One", "Two"}},
+      {"  ```json\n[\"A \\\"quoted\\\" word\", \"caf\\u00e9\"]\n```  \n", Strings{"A \"quoted\" word", "café"}},
+      {"[\n  \"  spaced  \",\n  \"\\n\\tline\\n\"\n]", Strings{"spaced", "line"}},
+      // Commentary after the fence, or before the array, is not an array.
+      {"```json\n[\"a\", \"b\"]\n```\nHope this helps!", std::nullopt},
+      {"Options:\n[\"a\", \"b\"]", std::nullopt},
+      // Nested arrays, objects and nulls are not strings.
+      {"[[\"a\"], [\"b\"]]", std::nullopt},
+      {"[\"a\", null]", std::nullopt},
+      // Trailing commas and single quotes are not JSON.
+      {"[\"a\", \"b\",]", std::nullopt},
+      {"['a', 'b']", std::nullopt},
+  };
+  for (const Case& c : cases) EXPECT_EQ(PromptOutputParser::parseMultipleChoices(c.answer), c.expected) << c.answer;
+}
+
+TEST(PromptOutputParserTest, ReadsStructuredChoicesFromMessyObjects) {
+  const std::string input = "hello world";
+  // Extra keys are ignored; offsets are clamped; empty texts dropped.
+  auto choices = PromptOutputParser::parseMultipleChoicesStructured(
+      "```json\n[{\"text\": \"Hi world\", \"start\": 0, \"end\": 5, \"reason\": \"shorter\"},\n"
+      " {\"end\": 11, \"text\": \" Hey world \", \"start\": 0},\n {\"text\": \"\", \"start\": 0, \"end\": 5}]\n```",
+      input);
+  ASSERT_TRUE(choices);
+  EXPECT_EQ(*choices, (std::vector<RewriteChoice>{{"Hi world", 0, 5}, {"Hey world", 0, 11}}));
+  // Objects with a missing offset fall back to nothing: they are not strings either.
+  EXPECT_EQ(PromptOutputParser::parseMultipleChoicesStructured(R"([{"text": "Hi"}, "Hey"])", input), std::nullopt);
+  // Every text empty: the string reading is tried and fails too.
+  EXPECT_EQ(PromptOutputParser::parseMultipleChoicesStructured(R"([{"text": " ", "start": 0, "end": 1}])", input),
+            std::nullopt);
+}
+
 TEST(PromptOutputParserTest, ParsesChoicesFromFencedAndBareArrays) {
   EXPECT_EQ(PromptOutputParser::parseMultipleChoices("```json\n[\"One\", \" Two \", \"Three\"]\n```"),
             (Strings{"One", "Two", "Three"}));

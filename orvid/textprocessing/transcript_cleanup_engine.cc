@@ -102,8 +102,33 @@ std::string normalizeWhitespace(std::string_view text) {
   return trimWhitespaceAndNewlines(replaceAll(patterns().whitespace.get(), text, " "));
 }
 
+bool isASCII(std::string_view text) {
+  return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+}
+
+char lowerASCII(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+
 // Every occurrence of `form`, ignoring letter case, replaced by `term`.
 std::string replaceIgnoringCase(std::string_view text, std::string_view form, std::string_view term) {
+  if (form.empty()) return std::string(text);
+  if (isASCII(text) && isASCII(form)) {
+    // Between ASCII texts, ignoring case only pairs A-Z with a-z.
+    auto equalIgnoringCase = [](char a, char b) { return lowerASCII(a) == lowerASCII(b); };
+    std::string output;
+    size_t copied = 0;
+    for (auto at = std::search(text.begin(), text.end(), form.begin(), form.end(), equalIgnoringCase);
+         at != text.end();
+         at = std::search(at + static_cast<std::ptrdiff_t>(form.size()), text.end(), form.begin(), form.end(),
+                          equalIgnoringCase)) {
+      const auto start = static_cast<size_t>(at - text.begin());
+      output.append(text.substr(copied, start - copied));
+      output.append(term);
+      copied = start + form.size();
+    }
+    if (copied == 0) return std::string(text);
+    output.append(text.substr(copied));
+    return output;
+  }
   UParseError parseError;
   UErrorCode status = U_ZERO_ERROR;
   std::unique_ptr<icu::RegexPattern> pattern(icu::RegexPattern::compile(
@@ -144,8 +169,7 @@ class CharacterUnits {
   // whose first code point is a letter or a digit.
   std::u32string units(std::string_view text, bool matchingForm) {
     std::u32string result;
-    const bool ascii =
-        std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+    const bool ascii = isASCII(text);
     // Every ASCII character but CR LF is a character of its own; CR and LF are
     // neither letters nor digits.
     if (ascii && (matchingForm || text.find("\r\n") == std::string_view::npos)) {
@@ -225,25 +249,49 @@ class CharacterUnits {
   char32_t nextClusterID_ = 0x110000;
 };
 
-// Levenshtein distance, stopping early once the similarity can no longer reach
-// `threshold` (the distance only grows from a row's minimum).
-double boundedSimilarity(std::u32string_view a, std::u32string_view b, double threshold) {
+// Levenshtein distance as a similarity, computed only as far as it can still reach
+// `threshold`: an edit distance d gives at least the threshold only when
+// d <= (1 - threshold) * longer length, and such a distance never leaves the band
+// of cells within that many of the diagonal; the computation also stops once a
+// whole row is past it. A result below `threshold` is then only a bound. The rows
+// are kept in `rows` for the next call.
+struct EditDistanceRows {
+  std::vector<size_t> previous;
+  std::vector<size_t> current;
+};
+
+double boundedSimilarity(std::u32string_view a, std::u32string_view b, double threshold, EditDistanceRows& rows) {
   if (a.empty() && b.empty()) return 1.0;
   const size_t longer = std::max(a.size(), b.size());
   auto similarityOf = [longer](size_t distance) {
     return 1.0 - static_cast<double>(distance) / static_cast<double>(longer);
   };
-  std::vector<size_t> previous(b.size() + 1);
-  std::vector<size_t> current(b.size() + 1);
-  for (size_t j = 0; j <= b.size(); ++j) previous[j] = j;
+  // One cell of slack against rounding in the band's width. Thresholds above 1
+  // (unreachable) and NaN get the narrowest band.
+  const double slack = std::max(0.0, 1.0 - threshold);
+  const size_t band =
+      threshold <= 0 ? longer : std::min(longer, static_cast<size_t>(slack * static_cast<double>(longer)) + 1);
+  const size_t lengthDifference = a.size() > b.size() ? a.size() - b.size() : b.size() - a.size();
+  if (lengthDifference > band) return similarityOf(lengthDifference);
+
+  const size_t outside = longer + 1;  // larger than any distance inside the band
+  std::vector<size_t>& previous = rows.previous;
+  std::vector<size_t>& current = rows.current;
+  previous.assign(b.size() + 1, outside);
+  current.assign(b.size() + 1, outside);
+  for (size_t j = 0; j <= std::min(b.size(), band); ++j) previous[j] = j;
   for (size_t i = 1; i <= a.size(); ++i) {
-    current[0] = i;
-    size_t rowMinimum = current[0];
-    for (size_t j = 1; j <= b.size(); ++j) {
-      size_t substitution = previous[j - 1] + (a[i - 1] == b[j - 1] ? 0 : 1);
-      current[j] = std::min({previous[j] + 1, current[j - 1] + 1, substitution});
-      rowMinimum = std::min(rowMinimum, current[j]);
+    const size_t first = i > band ? i - band : 1;
+    const size_t last = std::min(b.size(), i + band);
+    current[first - 1] = first == 1 && i <= band ? i : outside;
+    size_t rowMinimum = current[first - 1];
+    for (size_t j = first; j <= last; ++j) {
+      const size_t substitution = previous[j - 1] + (a[i - 1] == b[j - 1] ? 0 : 1);
+      const size_t value = std::min(std::min(previous[j] + 1, current[j - 1] + 1), substitution);
+      current[j] = value;
+      rowMinimum = std::min(rowMinimum, value);
     }
+    if (last < b.size()) current[last + 1] = outside;
     if (similarityOf(rowMinimum) < threshold) return similarityOf(rowMinimum);
     std::swap(previous, current);
   }
@@ -261,6 +309,20 @@ std::vector<std::string> splitAtSpaces(std::string_view text, bool keepEmpty) {
     start = space + 1;
   }
   return pieces;
+}
+
+// The non-empty pieces of `text` between single spaces, as views into it.
+std::vector<std::string_view> wordsOf(std::string_view text) {
+  std::vector<std::string_view> words;
+  words.reserve(text.size() / 4 + 1);
+  size_t start = 0;
+  while (start <= text.size()) {
+    size_t space = text.find(' ', start);
+    if (space == std::string_view::npos) space = text.size();
+    if (space > start) words.push_back(text.substr(start, space - start));
+    start = space + 1;
+  }
+  return words;
 }
 
 std::string joinedWithSpaces(const std::vector<std::string>& pieces) {
@@ -436,36 +498,46 @@ std::vector<std::string> TranscriptCleanupEngine::spokenForms(std::string_view t
 
 std::string TranscriptCleanupEngine::replaceNGramApproximations(std::string_view text, std::string_view term,
                                                                 double threshold) {
-  const std::vector<std::string> words = splitAtSpaces(text, false);
+  const std::vector<std::string_view> words = wordsOf(text);
   CharacterUnits characters;
   const std::u32string target = characters.units(term, true);
   std::vector<std::u32string> forms;
   forms.reserve(words.size());
-  for (const std::string& word : words) forms.push_back(characters.units(word, true));
+  for (std::string_view word : words) forms.push_back(characters.units(word, true));
 
   const size_t targetLength = target.size();
   const size_t allowedDifference = targetLength < 6 ? 3 : targetLength / 2;
-  std::vector<std::string> emitted;
+  std::string output;
+  output.reserve(text.size());
+  bool first = true;
+  auto emit = [&output, &first](std::string_view piece) {
+    if (!first) output.push_back(' ');
+    output.append(piece);
+    first = false;
+  };
   std::u32string candidate;
+  EditDistanceRows rows;
   size_t i = 0;
   while (i < words.size()) {
     bool matched = false;
-    for (size_t n = std::min<size_t>(6, words.size() - i); n >= 1; --n) {
+    const size_t longest = std::min<size_t>(6, words.size() - i);
+    size_t spanLength = 0;
+    for (size_t k = i; k < i + longest; ++k) spanLength += forms[k].size();
+    for (size_t n = longest; n >= 1; spanLength -= forms[i + n - 1].size(), --n) {
+      size_t difference = spanLength > targetLength ? spanLength - targetLength : targetLength - spanLength;
+      if (difference > allowedDifference) continue;
       candidate.clear();
       for (size_t k = i; k < i + n; ++k) candidate += forms[k];
-      size_t difference = candidate.size() > targetLength ? candidate.size() - targetLength
-                                                          : targetLength - candidate.size();
-      if (difference > allowedDifference) continue;
-      if (boundedSimilarity(candidate, target, threshold) >= threshold) {
-        emitted.emplace_back(term);
+      if (boundedSimilarity(candidate, target, threshold, rows) >= threshold) {
+        emit(term);
         i += n;
         matched = true;
         break;
       }
     }
-    if (!matched) emitted.push_back(words[i++]);
+    if (!matched) emit(words[i++]);
   }
-  return joinedWithSpaces(emitted);
+  return output;
 }
 
 double TranscriptCleanupEngine::similarity(std::string_view a, std::string_view b) {
@@ -473,7 +545,8 @@ double TranscriptCleanupEngine::similarity(std::string_view a, std::string_view 
   const std::u32string first = characters.units(a, false);
   const std::u32string second = characters.units(b, false);
   // A threshold below every possible value keeps the full computation.
-  return boundedSimilarity(first, second, -1.0);
+  EditDistanceRows rows;
+  return boundedSimilarity(first, second, -1.0, rows);
 }
 
 }  // namespace orvid

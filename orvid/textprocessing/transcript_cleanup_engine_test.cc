@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <random>
+
 #include <nlohmann/json.hpp>
 
 #include "orvid/core/corelib/orvid_settings.h"
@@ -92,6 +94,18 @@ TEST_F(CleanupFixture, AppliesLongerTermsFirstWithPlainSubstringReplacement) {
   EXPECT_EQ(engine_.clean("ship GPT4 with g p t", configuration({"GPT-4"})), "ship GPT-4 with GPT-4");
 }
 
+TEST_F(CleanupFixture, SpokenFormsReplaceEveryOccurrenceIgnoringCaseInAnyScript) {
+  // Threshold above 1 (clamped to 1): besides the spoken forms, the fuzzy pass only
+  // takes exact words, and it replaces each whole word, its punctuation included.
+  EXPECT_EQ(engine_.clean("GITHUB, github and gitHub", configuration({"GitHub"}, false, false, 2.0)),
+            "GitHub GitHub and GitHub");
+  EXPECT_EQ(engine_.clean("zürich, ZÜRICH or Zurich", configuration({"Zürich"}, false, false, 2.0)),
+            "Zürich Zürich or Zurich");
+  // Inside other words too: plain substring replacement.
+  EXPECT_EQ(engine_.clean("awsome a w sdk", configuration({"AWS"}, false, false, 2.0)), "AWSome AWSdk");
+  EXPECT_EQ(engine_.clean("北京大学和北京", configuration({"北京"}, false, false, 2.0)), "北京大学和北京");
+}
+
 TEST_F(CleanupFixture, FuzzyMatchesRespectTheThresholdAndTheLengthFilter) {
   struct Case {
     std::string text;
@@ -157,10 +171,41 @@ TEST_F(CleanupFixture, FuzzyMatchingComparesWholeCharactersNotCodePoints) {
   EXPECT_EQ(engine_.clean("the CAFE\u0301 opens", configuration({"Caf\u00E9"}, false, false, 1.0)), "the Café opens");
 }
 
+TEST(TranscriptCleanupEngineTest, FuzzyReplacementAgreesWithSimilarityAtEveryThreshold) {
+  // Random words over a small alphabet, so that many pairs are near each other;
+  // a single word is replaced exactly when it passes the length filter and its
+  // similarity reaches the threshold.
+  std::mt19937 random(42);
+  auto word = [&random](size_t length) {
+    std::string text;
+    for (size_t i = 0; i < length; ++i) text.push_back(static_cast<char>('a' + random() % 3));
+    return text;
+  };
+  const std::vector<double> thresholds = {0.0, 0.3, 0.5, 0.6, 2.0 / 3.0, 0.75, 0.8, 0.85, 0.875, 0.9, 1.0};
+  int replaced = 0;
+  for (int round = 0; round < 3000; ++round) {
+    const std::string term = word(1 + random() % 12);
+    const std::string text = word(1 + random() % 12);
+    const double threshold = thresholds[random() % thresholds.size()];
+    const size_t difference = text.size() > term.size() ? text.size() - term.size() : term.size() - text.size();
+    const bool passesLengthFilter = difference <= (term.size() < 6 ? 3 : term.size() / 2);
+    const bool expected = passesLengthFilter && TranscriptCleanupEngine::similarity(text, term) >= threshold;
+    const std::string result = TranscriptCleanupEngine::replaceNGramApproximations(text, term, threshold);
+    EXPECT_EQ(result, expected ? term : text) << text << " / " << term << " @ " << threshold;
+    replaced += expected ? 1 : 0;
+  }
+  // Both outcomes occur often enough for the comparison to mean something.
+  EXPECT_GT(replaced, 300);
+  EXPECT_LT(replaced, 2700);
+}
+
 TEST(TranscriptCleanupEngineTest, ReplaceNGramApproximationsJoinsWordsWithSingleSpaces) {
   EXPECT_EQ(TranscriptCleanupEngine::replaceNGramApproximations("  run   cube c t l  now", "kubectl", 0.7),
             "run kubectl now");
   EXPECT_EQ(TranscriptCleanupEngine::replaceNGramApproximations("nothing here", "kubectl", 0.7), "nothing here");
+  // Called directly, thresholds are not clamped: above 1 nothing is close enough.
+  EXPECT_EQ(TranscriptCleanupEngine::replaceNGramApproximations("kubectl now", "kubectl", 1.5), "kubectl now");
+  EXPECT_EQ(TranscriptCleanupEngine::replaceNGramApproximations("Kubectl now", "kubectl", 1.0), "kubectl now");
 }
 
 TEST(TranscriptCleanupEngineTest, DictionaryTermsAreDeduplicatedByLettersAndDigits) {

@@ -10,10 +10,9 @@
 
 #include "orvid/ai/http_chat_completion_client.h"
 #include "orvid/ai/orvid_provider_error.h"
-#include "orvid/ai/secret_redactor.h"
 #include "orvid/ai/system_credential_store.h"
 #include "orvid/platform/curl_orvid_http_client.h"
-#include "orvid/transcription/ai_provider_registry.h"
+#include "tools/orvid/cli_support.h"
 #include "tools/orvid/commands.h"
 
 namespace orvid::cli {
@@ -27,15 +26,6 @@ struct ChatOptions {
   std::string effort;
   std::vector<std::string> words;
 };
-
-// `text` redacted and on one line: every line end becomes a space.
-std::string redactedLine(const std::string& text) {
-  std::string line = SecretRedactor::redact(text);
-  for (char& c : line) {
-    if (c == '\n' || c == '\r') c = ' ';
-  }
-  return line;
-}
 
 // What the user can do about a provider error the library detects before sending.
 std::string withAdvice(const OrvidProviderError& error, const std::string& providerID) {
@@ -53,14 +43,13 @@ std::string withAdvice(const OrvidProviderError& error, const std::string& provi
 }
 
 ChatCompletionResult chat(const ChatOptions& options) {
-  auto descriptor = AIProviderRegistry::descriptor(options.provider);
-  if (!descriptor) throw CommandError{"unknown AI provider '" + options.provider + "'"};
+  const AIProviderDescriptor descriptor = catalogueAIProvider(options.provider);
 
   // The configuration is the catalogue entry itself: its key is "provider." + id + ".api-key".
   AIProviderConfiguration configuration;
-  configuration.id = descriptor->id;
-  configuration.providerID = descriptor->id;
-  configuration.displayName = descriptor->displayName;
+  configuration.id = descriptor.id;
+  configuration.providerID = descriptor.id;
+  configuration.displayName = descriptor.displayName;
   if (!options.baseURL.empty()) {
     configuration.baseURL = URL::parse(options.baseURL);
     if (!configuration.baseURL ||
@@ -70,7 +59,7 @@ ChatCompletionResult chat(const ChatOptions& options) {
   }
 
   ChatCompletionRequest request;
-  request.providerID = descriptor->id;
+  request.providerID = descriptor.id;
   request.modelID = options.model;
   if (!options.system.empty()) request.systemPrompt = options.system;
   for (const auto& word : options.words) request.userText += (request.userText.empty() ? "" : " ") + word;
@@ -78,9 +67,9 @@ ChatCompletionResult chat(const ChatOptions& options) {
 
   HTTPChatCompletionClient client(std::make_shared<CurlOrvidHTTPClient>(), makeSystemCredentialStore("orvid"));
   try {
-    return client.complete(request, *descriptor, configuration);
+    return client.complete(request, descriptor, configuration);
   } catch (const OrvidProviderError& error) {
-    throw CommandError{withAdvice(error, descriptor->id)};
+    throw CommandError{withAdvice(error, descriptor.id)};
   }
 }
 

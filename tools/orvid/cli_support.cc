@@ -7,10 +7,32 @@
 #include <iterator>
 #include <sstream>
 
+#include "orvid/ai/secret_redactor.h"
+#include "orvid/ai/system_credential_store.h"
 #include "orvid/audio/audio_wav_decoder.h"
+#include "orvid/automation/executable_discovery.h"
+#include "orvid/core/corelib/asr_language.h"
+#include "orvid/core/corelib/orvid_defaults.h"
+#include "orvid/platform/curl_orvid_http_client.h"
+#include "orvid/transcription/asr_language_routing_resolver.h"
+#include "orvid/transcription/cloud_batch/cloud_batch_transcription_provider.h"
+#include "orvid/transcription/transcription_provider_registry.h"
 #include "tools/orvid/commands.h"
 
 namespace orvid::cli {
+namespace {
+
+template <typename Item, typename Id>
+std::string joinedIDs(const std::vector<Item>& items, Id id) {
+  std::string text;
+  for (const Item& item : items) {
+    if (!text.empty()) text += ", ";
+    text += id(item);
+  }
+  return text;
+}
+
+}  // namespace
 
 Bytes readFile(const std::filesystem::path& path) {
   std::error_code error;
@@ -93,6 +115,74 @@ void printSpeechAnalysis(const AudioSpeechActivityAnalysis& analysis) {
             << "peak amplitude:       " << formatNumber(analysis.peakAmplitude, 4) << "\n"
             << "average RMS:          " << formatNumber(analysis.averageRMS, 4) << "\n"
             << "speech-like windows:  " << formatNumber(analysis.speechLikeFrameRatio * 100, 1) << " %\n";
+}
+
+std::string redactedLine(std::string_view text) {
+  std::string line = SecretRedactor::redact(text);
+  for (char& c : line) {
+    if (c == '\n' || c == '\r') c = ' ';
+  }
+  return line;
+}
+
+TranscriptionPrompt builtInPrompt(const std::string& id) {
+  const auto& prompts = OrvidDefaults::builtInPrompts();
+  for (const TranscriptionPrompt& prompt : prompts) {
+    if (prompt.id == id) return prompt;
+  }
+  throw CommandError{"unknown prompt \"" + id + "\" (built-in prompts: " +
+                     joinedIDs(prompts, [](const TranscriptionPrompt& prompt) { return prompt.id; }) + ")"};
+}
+
+AIProviderDescriptor catalogueAIProvider(const std::string& id) {
+  const auto& providers = OrvidDefaults::aiProviderDescriptors();
+  for (const AIProviderDescriptor& provider : providers) {
+    if (provider.id == id) return provider;
+  }
+  throw CommandError{"unknown AI provider \"" + id + "\" (providers: " +
+                     joinedIDs(providers, [](const AIProviderDescriptor& provider) { return provider.id; }) + ")"};
+}
+
+CloudTranscriptionSetup makeCloudTranscription(const CloudTranscriptionChoice& choice) {
+  auto descriptor = TranscriptionProviderRegistry::descriptor(choice.provider);
+  if (!descriptor) throw CommandError{"unknown transcription provider '" + choice.provider + "'"};
+  const auto* cloud = descriptor->backend.cloudDescriptor();
+  if (cloud == nullptr) {
+    throw CommandError{"'" + choice.provider + "' runs on this machine; this command needs a cloud speech service"};
+  }
+
+  std::optional<URL> baseURL = cloud->baseURL;
+  if (!choice.baseURL.empty()) {
+    baseURL = URL::parse(choice.baseURL);
+    if (!baseURL || (baseURL->scheme() != "http" && baseURL->scheme() != "https")) {
+      throw CommandError{"--base-url '" + choice.baseURL + "' is not an http or https URL"};
+    }
+  }
+  if (!baseURL) throw CommandError{"'" + choice.provider + "' has no default address; pass --base-url URL"};
+
+  CloudTranscriptionSetup setup;
+  setup.providerID = descriptor->id;
+  setup.modelID = choice.model.empty() ? cloud->defaultModelID : choice.model;
+  ASRLanguageSelection selection;
+  if (!choice.language.empty()) selection.languageCodes.push_back(choice.language);
+  setup.languageRoute =
+      ASRLanguageRoutingResolver::resolve(selection, *descriptor, ASRTranscriptionTransport::batch, setup.modelID);
+  if (!choice.language.empty() && !setup.languageRoute.providerLanguage) {
+    // Asked for explicitly on the command line: sent as given even where the catalogue does not list it.
+    setup.languageRoute.providerLanguage = choice.language;
+    setup.languageRoute.diagnostics.push_back("language " + choice.language + " sent as given on the command line");
+  }
+  // The configuration is the catalogue entry itself: its key is "provider." + id + ".api-key".
+  setup.provider = std::make_shared<CloudBatchTranscriptionProvider>(
+      descriptor->id, *baseURL, cloud->api, descriptor->id, setup.modelID, makeSystemCredentialStore("orvid"),
+      std::make_shared<CurlOrvidHTTPClient>());
+  return setup;
+}
+
+std::vector<std::string> cuaDriverCandidates(const std::string& executable) {
+  if (executable.empty()) return {};
+  if (!isExecutableFile(executable)) throw CommandError{"--executable '" + executable + "' is not an executable file"};
+  return {executable};
 }
 
 }  // namespace orvid::cli

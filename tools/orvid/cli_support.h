@@ -1,12 +1,21 @@
 #pragma once
 
 #include <filesystem>
+#include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "orvid/audio/audio_speech_activity_detector.h"
+#include "orvid/core/asr_language_route.h"
+#include "orvid/core/corelib/ai_provider.h"
+#include "orvid/core/corelib/transcription_prompt.h"
 #include "orvid/core/pcm_frame.h"
 #include "orvid/platform/bytes.h"
+
+namespace orvid {
+class CloudBatchTranscriptionProvider;
+}
 
 namespace orvid::cli {
 
@@ -28,5 +37,44 @@ std::string formatNumber(double value, int decimals);
 // Thresholds for telling a short voice command from room noise.
 AudioSpeechActivityDetector::Configuration defaultSpeechActivityConfiguration();
 void printSpeechAnalysis(const AudioSpeechActivityAnalysis& analysis);
+
+// `text` with secrets masked (SecretRedactor) and every line end turned into a space.
+std::string redactedLine(std::string_view text);
+
+// The built-in prompt `id`; an unknown one is a CommandError listing the built-in prompts.
+TranscriptionPrompt builtInPrompt(const std::string& id);
+
+// The AI provider `id` of the catalogue; an unknown one is a CommandError listing them.
+AIProviderDescriptor catalogueAIProvider(const std::string& id);
+
+// A cloud batch transcription service as chosen on the command line; empty texts
+// mean "not given".
+struct CloudTranscriptionChoice {
+  std::string provider;
+  std::string baseURL;
+  std::string model;
+  std::string language;
+};
+
+// The service ready to transcribe, with the language route of its requests.
+struct CloudTranscriptionSetup {
+  std::shared_ptr<CloudBatchTranscriptionProvider> provider;
+  ResolvedASRLanguageRoute languageRoute;
+  // The catalogue identifier; the API key is kept as "provider." + it + ".api-key".
+  std::string providerID;
+  std::string modelID;
+};
+
+// The catalogue's cloud service `choice.provider` at the given or catalogue address,
+// with the given or default model; the key comes from the system credential store
+// (service "orvid"). A language the catalogue does not list is sent as given. An
+// unknown or on-device provider, a base URL that is not http(s) and a provider
+// without any address are CommandErrors.
+CloudTranscriptionSetup makeCloudTranscription(const CloudTranscriptionChoice& choice);
+
+// The candidates for ProcessCUADriverClient: `executable` alone, or none when it is
+// empty (cua-driver is then looked up on PATH). A path that is not an executable
+// file is a CommandError.
+std::vector<std::string> cuaDriverCandidates(const std::string& executable);
 
 }  // namespace orvid::cli

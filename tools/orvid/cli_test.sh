@@ -408,5 +408,219 @@ expect_error "rewrite without prompt" rewrite "hello" --provider ollama --model 
 
 export ORVID_CONFIG_HOME="$saved_config_home"
 
+# ---------------------------------------------------------------------------
+# Voice automation (orvid automate) and the driver's status (orvid cua status).
+# A loopback speech service (killed by the trap, bounded by timeout) answers the
+# transcription and the rewrite; stand-in cua-driver scripts answer "--version",
+# "doctor --json" and "run --json" (echoing the instruction they are given). The
+# API key goes to the owner-only file store with the session bus hidden.
+# ---------------------------------------------------------------------------
+saved_config_home="$ORVID_CONFIG_HOME"
+saved_bus="${DBUS_SESSION_BUS_ADDRESS-}"
+unset DBUS_SESSION_BUS_ADDRESS
+export ORVID_CONFIG_HOME="$work/automate-config" ORVID_CREDENTIAL_STORE=file
+mkdir -p "$ORVID_CONFIG_HOME"
+# The user's settings apply to the cleanup: autocorrect capitalises and tidies spaces.
+printf '{"autocorrectEnabled": true}' >"$ORVID_CONFIG_HOME/settings.json"
+automate_key="sk-automate-$$-K3y"
+automate_log="$work/automate-requests.log"
+: >"$automate_log"
+cat >"$work/automate_service.py" <<'PY'
+import json, sys
+from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
+
+fifo, log, key = sys.argv[1], sys.argv[2], sys.argv[3]
+
+class Handler(BaseHTTPRequestHandler):
+    def log_message(self, *args):
+        pass
+
+    def reply(self, status, body, content_type="application/json"):
+        data = body.encode()
+        self.send_response(status)
+        self.send_header("Content-Type", content_type)
+        self.send_header("Content-Length", str(len(data)))
+        self.end_headers()
+        self.wfile.write(data)
+
+    def do_POST(self):
+        body = self.rfile.read(int(self.headers.get("Content-Length", "0")))
+        with open(log, "a") as out:
+            out.write(self.path + "\n")
+        if self.path.startswith("/broken/"):
+            return self.reply(500, "upstream failed\nAuthorization: Bearer " + key, "text/plain")
+        if self.path.endswith("/chat/completions"):
+            spoken = json.loads(body)["messages"][-1]["content"]
+            content = json.dumps({"transcription": "In Finder: " + spoken})
+            return self.reply(200, json.dumps({"choices": [{"message": {"role": "assistant", "content": content}}]}))
+        if self.headers.get("Authorization", "") != "Bearer " + key:
+            return self.reply(401, json.dumps({"error": "rejected"}))
+        if self.path.endswith("/audio/transcriptions"):
+            german = b'name="language"\r\n\r\nde\r\n' in body
+            answer = {"text": " open the Downloads folder , please" + (" auf Deutsch" if german else "") + " "}
+            if self.path.startswith("/unsure/"):
+                answer["confidence"] = 0.42
+            return self.reply(200, json.dumps(answer))
+        self.reply(404, "{}")
+
+server = ThreadingHTTPServer(("127.0.0.1", 0), Handler)
+with open(fifo, "w") as out:
+    out.write("%d\n" % server.server_address[1])
+server.serve_forever()
+PY
+rm -f "$work/automate-fifo"
+mkfifo "$work/automate-fifo"
+exec 3<>"$work/automate-fifo"
+timeout 120 /usr/bin/python3 "$work/automate_service.py" "$work/automate-fifo" "$automate_log" "$automate_key" &
+automate_server=$!
+trap 'kill "$automate_server" 2>/dev/null; rm -rf "$work"' EXIT
+automate_port=""
+read -r -t 20 -u 3 automate_port
+exec 3<&-
+[ -n "$automate_port" ] || fail "the automation test service did not start"
+service="http://127.0.0.1:$automate_port"
+
+# Stand-ins for cua-driver. "ready" runs an instruction by echoing it with its time
+# limit, and prints a secret on stderr that must come back redacted; "failing"
+# exits 3; "slow" outlives a short time limit; "absent" reports itself not
+# installed; "plain" has no doctor report and answers "status" in words.
+make_driver() {
+  local name="$1" run="$2" doctor="$3"
+  cat >"$work/driver-$name" <<SH
+#!/bin/bash
+case "\$1 \${2:-}" in
+  "--version ") echo "cua-driver 9.9.9-$name" ;;
+  "doctor --json") $doctor ;;
+  "status ") echo "Version: 1.2.3-beta, daemon running" ;;
+  "run --json") $run ;;
+  *) echo "unexpected arguments: \$*" >&2; exit 64 ;;
+esac
+SH
+  chmod +x "$work/driver-$name"
+}
+ready_doctor="echo '{\"version\": \"9.9.9-test\", \"ready\": true, \"daemon\": \"running\", \"accessibility\": \"granted\", \"screen_recording\": \"granted\"}'"
+make_driver ready "/usr/bin/python3 -c 'import json, sys; r = json.load(sys.stdin); print(\"ran: \" + r[\"instruction\"] + \" within \" + str(r[\"timeoutSeconds\"]) + \" s\")'; echo 'api_key=sk-driver-secret-123' >&2" "$ready_doctor"
+make_driver failing "cat >/dev/null; echo 'could not find Finder'; exit 3" "$ready_doctor"
+make_driver slow "exec sleep 30" "$ready_doctor"
+make_driver absent "exit 0" "echo '{\"installed\": false}'"
+make_driver plain "exit 0" "echo 'no such command: doctor'"
+
+expect_ok "cua status" "^readiness: ready$" cua status --executable "$work/driver-ready"
+grep -q -x "version: 9.9.9-test" "$work/out" || fail "cua status version: $(cat "$work/out")"
+grep -q -x "binary path: $work/driver-ready" "$work/out" || fail "cua status path: $(cat "$work/out")"
+grep -q -x "accessibility permission: granted" "$work/out" || fail "cua status permission: $(cat "$work/out")"
+expect_ok "cua status --json" '"readiness":"ready"' cua status --executable "$work/driver-ready" --json
+expect_ok "cua status in words" "^readiness: daemonRunning$" cua status --executable "$work/driver-plain"
+grep -q -x "version: 1.2.3-beta" "$work/out" || fail "cua status in words version: $(cat "$work/out")"
+expect_ok "cua status not installed" "^readiness: notInstalled$" cua status --executable "$work/driver-absent"
+expect_error "cua status bad executable" cua status --executable "$work/no-such-driver"
+
+request=(automate "$work/ok.wav" --provider openai-compatible)
+ready=(--executable "$work/driver-ready")
+
+expect_error "automate without key" "${request[@]}" --base-url "$service/v1" "${ready[@]}" --yes
+grep -q "orvid credentials set provider.openai-compatible.api-key" "$work/err" || fail "automate key advice: $(cat "$work/err")"
+printf '%s' "$automate_key" | "$orvid" credentials set provider.openai-compatible.api-key >/dev/null 2>"$work/err" \
+  || fail "automate key: $(cat "$work/err")"
+
+expect_ok "automate --yes" "^exit code: 0$" "${request[@]}" --base-url "$service/v1" --language de "${ready[@]}" \
+  --timeout 7 --yes
+[ -s "$work/err" ] && fail "automate --yes wrote to stderr: $(cat "$work/err")"
+expected="heard: open the Downloads folder , please auf Deutsch
+cleaned: Open the Downloads folder, please auf Deutsch
+instruction: Open the Downloads folder, please auf Deutsch
+title: Open the Downloads folder, please auf Deutsch
+Method: Computer Use
+Model: whisper-1 via openai-compatible
+confirm: Open the Downloads folder, please auf Deutsch
+exit code: 0
+stdout:
+  ran: Open the Downloads folder, please auf Deutsch within 7 s
+stderr:
+  api_key=[REDACTED]"
+[ "$(cat "$work/out")" = "$expected" ] || fail "automate --yes printed: $(cat "$work/out")"
+
+expect_ok "automate rewrite" "^Model: test-model via ollama$" "${request[@]}" --base-url "$service/unsure/v1" \
+  "${ready[@]}" --yes --rewrite-prompt default_correct --ai-provider ollama --ai-model test-model --ai-base-url "$service/v1"
+grep -q -x "instruction: In Finder: Open the Downloads folder, please" "$work/out" \
+  || fail "automate rewrite instruction: $(cat "$work/out")"
+grep -q -E "^rewrite time: [0-9]+ ms$" "$work/out" || fail "automate rewrite time: $(cat "$work/out")"
+grep -q -x "confidence: 42%" "$work/out" || fail "automate confidence: $(cat "$work/out")"
+grep -q -x "Low transcription confidence: 42% is below the 55% threshold. Confirm only if the request is correct." \
+  "$work/out" || fail "automate low-confidence warning: $(cat "$work/out")"
+grep -q -x "  ran: In Finder: Open the Downloads folder, please within 300 s" "$work/out" \
+  || fail "automate rewrite run: $(cat "$work/out")"
+
+# Without --yes and without any terminal (a new session, standard input not a
+# terminal) it refuses before anything is sent or run.
+requests_before=$(wc -l <"$automate_log")
+setsid -w "$orvid" "${request[@]}" --base-url "$service/v1" "${ready[@]}" </dev/null >"$work/out" 2>"$work/err"
+status=$?
+[ "$status" -eq 1 ] || fail "automate without terminal: exit status $status"
+[ "$(cat "$work/err")" = "orvid: no terminal to confirm on: run orvid automate in a terminal or pass --yes" ] \
+  || fail "automate without terminal: $(cat "$work/err")"
+[ -s "$work/out" ] && fail "automate without terminal printed: $(cat "$work/out")"
+[ "$(wc -l <"$automate_log")" -eq "$requests_before" ] || fail "automate without terminal sent a request"
+
+# On a terminal the answer decides: "y" runs the instruction, anything else does not.
+answer_on_terminal() {
+  timeout 60 /usr/bin/python3 - "$1" "$orvid" "${request[@]}" --base-url "$service/v1" "${ready[@]}" <<'PY'
+import os, subprocess, sys
+answer, command = sys.argv[1], sys.argv[2:]
+master, terminal = os.openpty()
+os.write(master, answer.encode() + b"\n")
+child = subprocess.run(command, stdin=terminal, stdout=subprocess.PIPE, stderr=subprocess.PIPE, start_new_session=True)
+sys.stdout.write(child.stdout.decode())
+sys.stderr.write(child.stderr.decode())
+sys.exit(child.returncode)
+PY
+}
+answer_on_terminal " Y" >"$work/out" 2>"$work/err" || fail "automate confirmed on a terminal: $(cat "$work/err")"
+[ "$(cat "$work/err")" = "Run this instruction with cua-driver? [y/N] " ] || fail "automate question: $(cat "$work/err")"
+grep -q -x "  ran: Open the Downloads folder, please within 300 s" "$work/out" || fail "automate confirmed: $(cat "$work/out")"
+answer_on_terminal "no" >"$work/out" 2>"$work/err"
+status=$?
+[ "$status" -eq 1 ] || fail "automate declined: exit status $status"
+grep -q -x "orvid: not confirmed; nothing was run" "$work/err" || fail "automate declined: $(cat "$work/err")"
+grep -q "ran:" "$work/out" && fail "automate declined but ran: $(cat "$work/out")"
+grep -q -x "confirm: Open the Downloads folder, please" "$work/out" || fail "automate declined proposal: $(cat "$work/out")"
+
+# Failures: one redacted line and a non-zero exit.
+expect_error "automate server error" "${request[@]}" --base-url "$service/broken/v1" "${ready[@]}" --yes
+grep -q -x "orvid: ASR request failed with HTTP 500: upstream failed Authorization: Bearer \[REDACTED\]" "$work/err" \
+  || fail "automate server error message: $(cat "$work/err")"
+grep -q -e "$automate_key" "$work/err" && fail "automate printed the key: $(cat "$work/err")"
+expect_error "automate driver not installed" "${request[@]}" --base-url "$service/v1" \
+  --executable "$work/driver-absent" --yes
+grep -q "CUA Driver is not ready (notInstalled)" "$work/err" || fail "automate driver not installed: $(cat "$work/err")"
+"$orvid" "${request[@]}" --base-url "$service/v1" --executable "$work/driver-failing" --yes >"$work/out" 2>"$work/err"
+status=$?
+[ "$status" -eq 1 ] || fail "automate failing driver: exit status $status"
+[ "$(cat "$work/err")" = "orvid: cua-driver exited with status 3" ] || fail "automate failing driver: $(cat "$work/err")"
+grep -q -x "  could not find Finder" "$work/out" || fail "automate failing driver output: $(cat "$work/out")"
+expect_error "automate time limit" "${request[@]}" --base-url "$service/v1" --executable "$work/driver-slow" \
+  --timeout 1 --yes
+grep -q -x "orvid: cua-driver did not finish within 1 s and was stopped" "$work/err" \
+  || fail "automate time limit: $(cat "$work/err")"
+expect_error "automate bad executable" "${request[@]}" --base-url "$service/v1" --executable "$work/no-such-driver" --yes
+expect_error "automate missing file" automate "$work/absent.wav" --provider openai-compatible --base-url "$service/v1" --yes
+expect_error "automate not a WAV" automate "$work/text.wav" --provider openai-compatible --base-url "$service/v1" --yes
+expect_error "automate unknown provider" automate "$work/ok.wav" --provider no-such-service --yes
+expect_error "automate on-device provider" automate "$work/ok.wav" --provider local.whispercpp-tiny "${ready[@]}" --yes
+expect_error "automate prompt without AI provider" "${request[@]}" --base-url "$service/v1" \
+  --rewrite-prompt default_correct --yes
+expect_error "automate rewrite without model" "${request[@]}" --base-url "$service/v1" "${ready[@]}" --yes \
+  --rewrite-prompt default_correct --ai-provider ollama
+expect_error "automate unknown rewrite prompt" "${request[@]}" --base-url "$service/v1" "${ready[@]}" --yes \
+  --rewrite-prompt no-such-prompt --ai-provider ollama --ai-model m
+expect_error "automate zero timeout" "${request[@]}" --base-url "$service/v1" --timeout 0 --yes
+kill "$automate_server" 2>/dev/null
+wait "$automate_server" 2>/dev/null
+expect_error "automate service down" "${request[@]}" --base-url "$service/v1" "${ready[@]}" --yes
+grep -q -e "$automate_key" "$work/out" "$work/err" && fail "automate printed the key"
+export ORVID_CONFIG_HOME="$saved_config_home"
+unset ORVID_CREDENTIAL_STORE
+[ -n "$saved_bus" ] && export DBUS_SESSION_BUS_ADDRESS="$saved_bus"
+
 if [ "$failures" -ne 0 ]; then echo "$failures failure(s)"; exit 1; fi
 echo "all CLI checks passed"

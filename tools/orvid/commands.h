@@ -18,6 +18,7 @@ void addProviderCommands(CLI::App& app);
 void addCleanCommands(CLI::App& app);
 void addRewriteCommands(CLI::App& app);
 void addCuaCommands(CLI::App& app);
+void addAutomateCommands(CLI::App& app);
 
 // A failure the user can act on: printed as one line on stderr, exit status 1.
 struct CommandError {

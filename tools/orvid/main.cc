@@ -35,6 +35,7 @@ int main(int argc, char** argv) {
   orvid::cli::addProviderCommands(app);
   orvid::cli::addCredentialCommands(app);
   orvid::cli::addCuaCommands(app);
+  orvid::cli::addAutomateCommands(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp& help) {

@@ -76,6 +76,19 @@ TEST_F(CloudBatchLoopbackTest, TranscribesThroughTheRealService) {
   EXPECT_EQ(received[0].part("temperature")->content, "0.2");
 }
 
+TEST_F(CloudBatchLoopbackTest, OneProviderServesSeveralTranscriptionsAtOnce) {
+  auto openAI = provider("sk-loopback-e2e-key");
+  std::vector<std::future<TranscriptionResult>> results;
+  for (int i = 0; i < 4; ++i) {
+    results.push_back(std::async(std::launch::async, [&openAI] { return openAI.transcribe(recording()); }));
+  }
+  for (auto& result : results) {
+    ASSERT_EQ(result.wait_for(20s), std::future_status::ready);
+    EXPECT_EQ(result.get().text, "Hello from the loopback service.");
+  }
+  EXPECT_EQ(server.requests().size(), 4u);
+}
+
 TEST_F(CloudBatchLoopbackTest, ServiceRefusalsBecomeRedactedProviderErrors) {
   // A proxy that echoes the request's credentials back in its error body.
   server.route("POST", "/echo/audio/transcriptions", [](const testing::LoopbackRequest& request) {

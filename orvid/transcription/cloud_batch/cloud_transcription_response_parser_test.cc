@@ -37,6 +37,18 @@ TEST(CloudTranscriptionResponseParserTest, FindsTheFirstUsableTextInLooselyShape
   }
 }
 
+TEST(CloudTranscriptionResponseParserTest, TriesTheMembersInTheirFixedOrder) {
+  const std::vector<std::string> order = {"text",    "transcript", "transcription", "utterance",    "result_text",
+                                          "result",  "results",    "data",          "message",      "output",
+                                          "content", "choices",    "alternatives",  "segments",     "utterances"};
+  // Every member from the i-th on holds its own name: the i-th must win.
+  for (std::size_t first = 0; first < order.size(); ++first) {
+    nlohmann::json body = nlohmann::json::object();
+    for (std::size_t i = first; i < order.size(); ++i) body[order[i]] = order[i];
+    EXPECT_EQ(parseText(body.dump()).text, order[first]);
+  }
+}
+
 TEST(CloudTranscriptionResponseParserTest, AnswersWithoutKnownTextBecomeTheirOwnTrimmedText) {
   struct Case {
     std::string body;
