@@ -146,13 +146,18 @@ class ConfirmationTerminal {
         write("\n");
         break;
       }
-      if (c == '\n') break;
+      if (c == '\n') {
+        // A terminal has echoed the line end; a question written elsewhere ends here.
+        if (::isatty(writeFD_) == 0) write("\n");
+        break;
+      }
       answer.push_back(c);
     }
-    std::string word;
-    for (char letter : answer) {
-      if (letter == ' ' || letter == '\t' || letter == '\r') continue;
-      word.push_back(static_cast<char>(letter >= 'A' && letter <= 'Z' ? letter - 'A' + 'a' : letter));
+    const auto first = answer.find_first_not_of(" \t\r");
+    if (first == std::string::npos) return false;
+    std::string word = answer.substr(first, answer.find_last_not_of(" \t\r") - first + 1);
+    for (char& letter : word) {
+      if (letter >= 'A' && letter <= 'Z') letter = static_cast<char>(letter - 'A' + 'a');
     }
     return word == "y" || word == "yes";
   }
