@@ -54,13 +54,37 @@ void writeFile(const std::filesystem::path& path, const Bytes& bytes) {
   if (!out) throw CommandError{path.string() + ": write error"};
 }
 
+namespace {
+
+std::string describeWAVError(const AudioWAVDecoderError& error) {
+  using Case = AudioWAVDecoderError::Case;
+  switch (error.errorCase()) {
+    case Case::unsupportedBitDepth:
+      return "only 16-bit PCM WAV files are supported, this one has " + std::to_string(error.bitsPerSample()) +
+             " bits per sample";
+    case Case::truncatedHeader:
+      return "too short for a WAV file (the header is cut off)";
+    case Case::notAWAVFile:
+      return "not a WAV file (no RIFF/WAVE header)";
+    case Case::missingFmtChunk:
+      return "not a usable WAV file (no format chunk, or no channels)";
+    case Case::missingDataChunk:
+      return "not a usable WAV file (no data chunk)";
+    case Case::invalidSamplesPerFrame:
+      break;
+  }
+  return error.what();
+}
+
+}  // namespace
+
 std::vector<PCMFrame> readWAVFrames(const std::filesystem::path& path) {
   auto bytes = readFile(path);
   std::vector<PCMFrame> frames;
   try {
     frames = AudioWAVDecoder::decode(bytes, 4096);
   } catch (const AudioWAVDecoderError& error) {
-    throw CommandError{path.string() + ": " + error.what()};
+    throw CommandError{path.string() + ": " + describeWAVError(error)};
   }
   if (!frames.empty()) {
     if (frames.front().sampleRate <= 0) throw CommandError{path.string() + ": the WAV header declares a sample rate of 0 Hz"};
