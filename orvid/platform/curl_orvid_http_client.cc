@@ -63,7 +63,10 @@ size_t receiveHeaderLine(char* data, size_t size, size_t count, void* user) {
     // A folded continuation of the previous field.
     if (!headers.empty()) {
       auto continuation = trimmed(line);
-      if (!continuation.empty()) headers.back().value += " " + std::string(continuation);
+      if (!continuation.empty()) {
+        headers.back().value += ' ';
+        headers.back().value += continuation;
+      }
     }
     return length;
   }

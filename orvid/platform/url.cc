@@ -152,12 +152,24 @@ std::optional<URL> URL::parse(std::string_view input) {
 
 std::string URL::absoluteString() const {
   std::string text = scheme_ + "://";
-  if (!userInfo_.empty()) text += userInfo_ + "@";
+  if (!userInfo_.empty()) {
+    text += userInfo_;
+    text += '@';
+  }
   text += host_;
-  if (port_) text += ":" + std::to_string(*port_);
+  if (port_) {
+    text += ':';
+    text += std::to_string(*port_);
+  }
   text += path_;
-  if (query_) text += "?" + *query_;
-  if (fragment_) text += "#" + *fragment_;
+  if (query_) {
+    text += '?';
+    text += *query_;
+  }
+  if (fragment_) {
+    text += '#';
+    text += *fragment_;
+  }
   return text;
 }
 

@@ -36,7 +36,9 @@ void writeFileAtomically(const std::filesystem::path& path, std::string_view con
   auto folder = path.parent_path();
   if (!folder.empty()) std::filesystem::create_directories(folder);
   auto temporary = path;
-  temporary += "." + UUID::random().uuidString() + ".tmp";
+  temporary += ".";
+  temporary += UUID::random().uuidString();
+  temporary += ".tmp";
   int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC,
                   static_cast<mode_t>(permissions));
   if (fd < 0) throwErrno("cannot create file", temporary);
