@@ -52,6 +52,8 @@ expect_ok "wav resample" "4800 samples at 16000 Hz|1600 samples at 16000 Hz" wav
 expect_ok "resampled info" "sample rate: +16000 Hz" wav info "$work/out16.wav"
 expect_ok "speech-check silence" "contains speech: +no" speech-check "$work/ok.wav"
 expect_ok "demo" "contains speech: +yes" demo
+expect_ok "demo cleanup" "cleaned: Open GitHub and set the Brindle volume to 23\.5%" demo
+expect_ok "demo route" "strategy=unavailableFallback \\| selected=de,en \\| language=de" demo
 
 expect_error "missing file" wav info "$work/absent.wav"
 expect_error "directory" wav info "$work"

@@ -12,7 +12,12 @@
 #include "orvid/audio/audio_wav_decoder.h"
 #include "orvid/audio/audio_wav_encoder.h"
 #include "orvid/audio/pcm16_resampler.h"
+#include "orvid/core/corelib/orvid_settings.h"
 #include "orvid/platform/temporary_directory.h"
+#include "orvid/platform/user_defaults.h"
+#include "orvid/textprocessing/transcript_cleanup_engine.h"
+#include "orvid/transcription/asr_language_routing_resolver.h"
+#include "orvid/transcription/transcription_provider_registry.h"
 #include "tools/orvid/cli_support.h"
 #include "tools/orvid/commands.h"
 
@@ -92,6 +97,27 @@ void runDemo() {
   section("Speech activity: 1 s of silence");
   auto silence = AudioWAVEncoder::silentPCMFrame(16000, 1000);
   printSpeechAnalysis(AudioSpeechActivityDetector::analyze({silence}, defaultSpeechActivityConfiguration()));
+
+  section("Language route for a German and English speaker on OpenAI (batch)");
+  if (auto provider = TranscriptionProviderRegistry::descriptor("openai")) {
+    auto route = ASRLanguageRoutingResolver::resolve(ASRLanguageSelection{{"de", "en"}}, *provider,
+                                                     ASRTranscriptionTransport::batch);
+    std::cout << route.diagnosticSummary() << "\n";
+  }
+
+  section("Cleanup of what a speech service might return for it");
+  // Settings of a user who turned on autocorrect and number normalisation.
+  UserDefaults settings(folder / "settings.json");
+  settings.set(OrvidSettingsPersistence::Key::autocorrectEnabled, true);
+  settings.set(OrvidSettingsPersistence::Key::inverseTextNormalizationEnabled, true);
+  TranscriptCleanupEngine engine(settings);
+  TranscriptCleanupConfiguration configuration;
+  configuration.dictionaryTerms = {"GitHub", "Brindle"};
+  configuration.removesFillers = true;
+  configuration.collapsesStutters = true;
+  const std::string heard = "um open open git hub and set the brindle volume to twenty three point five percent";
+  std::cout << "heard:   " << heard << "\n";
+  std::cout << "cleaned: " << engine.clean(heard, configuration, std::string("en")) << "\n";
 }
 
 }  // namespace
