@@ -3,6 +3,8 @@
 #include <array>
 #include <functional>
 
+#include "orvid/platform/joined.h"
+
 namespace orvid {
 namespace {
 
@@ -16,15 +18,6 @@ std::size_t hashList(const std::vector<std::string>& list) {
   std::size_t seed = list.size();
   for (const auto& text : list) combine(seed, hashText(text));
   return seed;
-}
-
-std::string joined(const std::vector<std::string>& parts, const char* separator) {
-  std::string text;
-  for (std::size_t i = 0; i < parts.size(); ++i) {
-    if (i > 0) text += separator;
-    text += parts[i];
-  }
-  return text;
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <unicode/utf8.h>
 
+#include "orvid/platform/joined.h"
 #include "orvid/textprocessing/text_support.h"
 
 namespace orvid {
@@ -39,15 +40,6 @@ std::vector<std::string> splitWhere(std::string_view text, Separator separator) 
 
 bool isLineBreak(char32_t c) {
   return c == U'\n' || c == U'\r' || c == U'\u0085' || c == U'\u2028' || c == U'\u2029';
-}
-
-std::string joined(const std::vector<std::string>& pieces, std::string_view separator) {
-  std::string result;
-  for (size_t i = 0; i < pieces.size(); ++i) {
-    if (i > 0) result += separator;
-    result += pieces[i];
-  }
-  return result;
 }
 
 // Trimmed, lower-cased, words separated by single spaces.

@@ -5,32 +5,15 @@
 #include <unicode/brkiter.h>
 #include <unicode/uchar.h>
 #include <unicode/unistr.h>
-#include <unicode/utf8.h>
+
+#include "orvid/ai/whitespace_trimming.h"
 
 namespace orvid::text_support {
 
 bool isWhitespaceOrNewline(char32_t c) { return u_isUWhiteSpace(static_cast<UChar32>(c)); }
 
 std::string trimWhitespaceAndNewlines(std::string_view text) {
-  const auto* bytes = reinterpret_cast<const uint8_t*>(text.data());
-  const auto length = static_cast<int32_t>(text.size());
-  int32_t start = 0;
-  while (start < length) {
-    int32_t next = start;
-    UChar32 c;
-    U8_NEXT(bytes, next, length, c);
-    if (c < 0 || !u_isUWhiteSpace(c)) break;
-    start = next;
-  }
-  int32_t end = length;
-  while (end > start) {
-    int32_t previous = end;
-    UChar32 c;
-    U8_PREV(bytes, 0, previous, c);
-    if (c < 0 || !u_isUWhiteSpace(c)) break;
-    end = previous;
-  }
-  return std::string(text.substr(static_cast<size_t>(start), static_cast<size_t>(end - start)));
+  return std::string(trimmingWhitespaceAndNewlines(text));
 }
 
 std::string lowercased(std::string_view text) {

@@ -5,6 +5,8 @@
 #include <set>
 #include <vector>
 
+#include "orvid/platform/joined.h"
+
 namespace orvid {
 namespace {
 
@@ -15,15 +17,6 @@ using Strategy = ASRLanguageRoutingStrategy;
 std::string lowercased(std::string text) {
   std::transform(text.begin(), text.end(), text.begin(),
                  [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return text;
-}
-
-std::string joined(const std::vector<std::string>& parts, const char* separator) {
-  std::string text;
-  for (std::size_t i = 0; i < parts.size(); ++i) {
-    if (i > 0) text += separator;
-    text += parts[i];
-  }
   return text;
 }
 

@@ -11,7 +11,6 @@
 
 #include <CLI/CLI.hpp>
 
-#include "orvid/ai/secret_redactor.h"
 #include "orvid/textprocessing/transcript_cleanup_engine.h"
 #include "tools/orvid/cli_support.h"
 #include "tools/orvid/commands.h"
@@ -29,15 +28,6 @@ struct CleanOptions {
   bool stutters = false;
   std::optional<std::string> language;
 };
-
-// `message` as one line with secrets removed.
-std::string oneLine(std::string_view message) {
-  std::string line = SecretRedactor::redact(message);
-  for (char& c : line) {
-    if (c == '\n' || c == '\r') c = ' ';
-  }
-  return line;
-}
 
 bool isUTF8(std::string_view text) {
   size_t i = 0;
@@ -131,9 +121,9 @@ void addCleanCommands(CLI::App& app) {
     try {
       runClean(*options);
     } catch (const CommandError& error) {
-      throw CommandError{oneLine(error.message)};
+      throw CommandError{redactedLine(error.message)};
     } catch (const std::exception& error) {
-      throw CommandError{oneLine(error.what())};
+      throw CommandError{redactedLine(error.what())};
     }
   });
 }

@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "orvid/core/corelib/asr_language.h"
+#include "orvid/platform/joined.h"
 #include "orvid/transcription/ai_provider_registry.h"
 #include "orvid/transcription/asr_language_routing_resolver.h"
 #include "orvid/transcription/transcription_provider_registry.h"
@@ -26,15 +27,6 @@ struct ProviderOptions {
   std::string transport = "batch";
   std::string model;
 };
-
-std::string joined(const std::vector<std::string>& parts, const char* separator) {
-  std::string text;
-  for (std::size_t i = 0; i < parts.size(); ++i) {
-    if (i > 0) text += separator;
-    text += parts[i];
-  }
-  return text;
-}
 
 std::string orDash(const std::optional<std::string>& text) { return text && !text->empty() ? *text : "-"; }
 

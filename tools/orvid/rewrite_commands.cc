@@ -5,7 +5,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include <CLI/CLI.hpp>
@@ -13,10 +12,8 @@
 #include "orvid/ai/ai_provider_request_builder.h"
 #include "orvid/ai/http_chat_completion_client.h"
 #include "orvid/ai/orvid_provider_error.h"
-#include "orvid/ai/secret_redactor.h"
 #include "orvid/ai/system_credential_store.h"
 #include "orvid/core/corelib/ai_provider.h"
-#include "orvid/core/corelib/orvid_defaults.h"
 #include "orvid/core/corelib/transcription_prompt.h"
 #include "orvid/platform/curl_orvid_http_client.h"
 #include "orvid/textprocessing/prompt_output_parser.h"
@@ -40,43 +37,6 @@ struct RewriteOptions {
   bool stats = false;
 };
 
-// `message` as one line with secrets removed.
-std::string oneLine(std::string_view message) {
-  std::string line = SecretRedactor::redact(message);
-  for (char& c : line) {
-    if (c == '\n' || c == '\r') c = ' ';
-  }
-  return line;
-}
-
-template <typename Item, typename Id>
-std::string joinedIDs(const std::vector<Item>& items, Id id) {
-  std::string text;
-  for (const Item& item : items) {
-    if (!text.empty()) text += ", ";
-    text += id(item);
-  }
-  return text;
-}
-
-TranscriptionPrompt builtInPrompt(const std::string& id) {
-  const auto& prompts = OrvidDefaults::builtInPrompts();
-  for (const TranscriptionPrompt& prompt : prompts) {
-    if (prompt.id == id) return prompt;
-  }
-  throw CommandError{"unknown prompt \"" + id + "\" (built-in prompts: " +
-                     joinedIDs(prompts, [](const TranscriptionPrompt& prompt) { return prompt.id; }) + ")"};
-}
-
-AIProviderDescriptor catalogueProvider(const std::string& id) {
-  const auto& providers = OrvidDefaults::aiProviderDescriptors();
-  for (const AIProviderDescriptor& provider : providers) {
-    if (provider.id == id) return provider;
-  }
-  throw CommandError{"unknown provider \"" + id + "\" (providers: " +
-                     joinedIDs(providers, [](const AIProviderDescriptor& provider) { return provider.id; }) + ")"};
-}
-
 std::string formatStats(const PromptPostProcessResult& result) {
   std::string line = "model " + result.modelID + ", " + std::to_string(result.elapsedMilliseconds) + " ms";
   if (result.inputTokens) line += ", " + std::to_string(*result.inputTokens) + " tokens in";
@@ -90,7 +50,7 @@ void runRewrite(const RewriteOptions& options) {
   if (text == "-") text.assign(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
   TranscriptionPrompt prompt = builtInPrompt(options.prompt);
   if (options.alternatives) prompt.rewritesAsAlternatives = true;
-  const AIProviderDescriptor provider = catalogueProvider(options.provider);
+  const AIProviderDescriptor provider = catalogueAIProvider(options.provider);
 
   // The configuration is named after the provider, so its API key is the one
   // stored with `orvid credentials set provider.<provider>.api-key`.
@@ -153,9 +113,9 @@ void addRewriteCommands(CLI::App& app) {
     try {
       runRewrite(*options);
     } catch (const CommandError& error) {
-      throw CommandError{oneLine(error.message)};
+      throw CommandError{redactedLine(error.message)};
     } catch (const std::exception& error) {
-      throw CommandError{oneLine(error.what())};
+      throw CommandError{redactedLine(error.what())};
     }
   });
 }
