@@ -102,9 +102,22 @@ std::optional<std::string> UserDefaults::string(const std::string& key) const {
 std::optional<bool> UserDefaults::boolean(const std::string& key) const {
   auto v = value(key);
   if (!v) return std::nullopt;
-  if (v->is_boolean()) return v->get<bool>();
-  if (v->is_number_integer()) return v->get<long long>() != 0;
-  return std::nullopt;
+  return booleanValue(*v);
+}
+
+std::optional<bool> UserDefaults::booleanValue(const nlohmann::json& value) {
+  if (value.is_boolean()) return value.get<bool>();
+  if (value.is_number_integer()) return value.get<long long>() != 0;
+  if (value.is_number_float()) return value.get<double>() != 0;
+  if (!value.is_string()) return std::nullopt;
+  const auto& text = value.get_ref<const std::string&>();
+  std::size_t i = 0;
+  while (i < text.size() && (text[i] == ' ' || text[i] == '\t' || text[i] == '\n' || text[i] == '\r')) ++i;
+  if (i < text.size() && (text[i] == '+' || text[i] == '-')) ++i;
+  while (i < text.size() && text[i] == '0') ++i;
+  if (i == text.size()) return false;
+  const char c = text[i];
+  return c == 'Y' || c == 'y' || c == 'T' || c == 't' || (c >= '1' && c <= '9');
 }
 
 nlohmann::json UserDefaults::dictionary() const {

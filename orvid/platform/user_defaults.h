@@ -25,6 +25,7 @@ class UserDefaults {
 
   std::optional<nlohmann::json> value(const std::string& key) const;
   std::optional<std::string> string(const std::string& key) const;
+  // The stored switch under `key`: see booleanValue().
   std::optional<bool> boolean(const std::string& key) const;
   // The whole settings object.
   nlohmann::json dictionary() const;
@@ -35,6 +36,12 @@ class UserDefaults {
   void remove(const std::string& key);
   // Reads the file again, replacing what is held.
   void reload();
+
+  // A stored value read as a switch, the way the Mac reads its settings: a boolean
+  // as itself, a number as "not zero", a text as true when, after leading white space,
+  // signs and zeros, it starts with 'Y', 'y', 'T', 't' or a digit 1-9 ("YES", "true",
+  // "1") and false otherwise. Absent for null, arrays and objects.
+  static std::optional<bool> booleanValue(const nlohmann::json& value);
 
  private:
   void writeLocked(const nlohmann::json& values) const;

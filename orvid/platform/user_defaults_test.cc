@@ -9,6 +9,7 @@
 #include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -73,6 +74,19 @@ class ScopedEnvironment {
   std::optional<std::string> previous_;
 };
 
+TEST(UserDefaultsTest, ReadsSwitchesTheWayTheMacDoes) {
+  const std::vector<std::pair<nlohmann::json, std::optional<bool>>> cases = {
+      {true, true},      {false, false},     {0, false},        {-3, true},         {0.0, false},
+      {0.5, true},       {"YES", true},      {"yes", true},     {"true", true},     {"T", true},
+      {" \t+007", true}, {"-0.0", false},    {"1", true},       {"0", false},       {"no", false},
+      {"false", false},  {"on", false},      {"", false},       {"   ", false},     {nullptr, std::nullopt},
+      {nlohmann::json::array({true}), std::nullopt},           {nlohmann::json::object(), std::nullopt},
+  };
+  for (const auto& [value, expected] : cases) {
+    EXPECT_EQ(UserDefaults::booleanValue(value), expected) << value.dump();
+  }
+}
+
 TEST(UserDefaultsTest, ValuesRoundTripThroughTheFile) {
   TemporaryDirectory folder;
   const fs::path file = folder / "settings.json";
@@ -95,7 +109,8 @@ TEST(UserDefaultsTest, ValuesRoundTripThroughTheFile) {
   EXPECT_EQ(reread.dictionary().size(), 5u);
   // Wrong kinds read as absent.
   EXPECT_EQ(reread.string("useHfMirror"), std::nullopt);
-  EXPECT_EQ(reread.boolean("selectedProvider"), std::nullopt);
+  EXPECT_EQ(reread.boolean("selectedProvider"), false);
+  EXPECT_EQ(reread.boolean("languages"), std::nullopt);
   EXPECT_EQ(reread.value("missing"), std::nullopt);
   EXPECT_EQ(nlohmann::json::parse(readText(file)), reread.dictionary());
 }

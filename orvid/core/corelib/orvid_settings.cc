@@ -19,7 +19,7 @@ std::map<std::string, bool> rulesIn(const std::optional<nlohmann::json>& value) 
   std::map<std::string, bool> rules;
   if (!value || !value->is_object()) return rules;
   for (const auto& [name, enabled] : value->items()) {
-    if (enabled.is_boolean()) rules[name] = enabled.get<bool>();
+    if (auto on = UserDefaults::booleanValue(enabled)) rules[name] = *on;
   }
   return rules;
 }
@@ -33,10 +33,7 @@ OrvidSettings settingsIn(const nlohmann::json& values) {
   };
   auto switchOf = [&](const char* key) {
     auto value = valueOf(key);
-    if (!value) return false;
-    if (value->is_boolean()) return value->get<bool>();
-    if (value->is_number_integer()) return value->get<long long>() != 0;
-    return false;
+    return value && UserDefaults::booleanValue(*value).value_or(false);
   };
   OrvidSettings settings;
   settings.modelDownloadSource = sourceIn(valueOf(Key::modelDownloadSource));

@@ -48,7 +48,7 @@ TEST(OrvidSettingsPersistenceTest, ReadsEveryStoredField) {
   EXPECT_EQ(settings.chineseConversionMode, "s2twp");
 }
 
-TEST(OrvidSettingsPersistenceTest, ValuesOfTheWrongKindFallBackToDefaults) {
+TEST(OrvidSettingsPersistenceTest, SwitchesReadLikeTheMacAndOtherKindsFallBackToDefaults) {
   TemporaryDirectory folder;
   struct Row {
     const char* contents;
@@ -56,16 +56,17 @@ TEST(OrvidSettingsPersistenceTest, ValuesOfTheWrongKindFallBackToDefaults) {
   };
   OrvidSettings mirrorOnly;
   mirrorOnly.useHfMirror = true;
-  OrvidSettings oneRule;
-  oneRule.autocorrectRules = {{"keep", true}};
+  OrvidSettings rules;
+  rules.autocorrectRules = {{"keep", true}, {"number", true}, {"text", false}};
   OrvidSettings itnOff;
   const Row rows[] = {
       {R"({"modelDownloadSource": "ModelScope"})", {}},
       {R"({"modelDownloadSource": ""})", {}},
       {R"({"modelDownloadSource": 2, "useHfMirror": 1})", mirrorOnly},
-      {R"({"useHfMirror": "yes"})", {}},
+      {R"({"useHfMirror": "YES"})", mirrorOnly},
+      {R"({"useHfMirror": "no"})", {}},
       {R"({"useHfMirror": 0})", {}},
-      {R"({"autocorrectRules": {"keep": true, "number": 1, "text": "on", "null": null}})", oneRule},
+      {R"({"autocorrectRules": {"keep": true, "number": 1, "text": "on", "null": null}})", rules},
       {R"({"autocorrectRules": ["keep"]})", {}},
       {R"({"inverseTextNormalizationEnabled": null})", itnOff},
       {R"({"chineseConversionMode": 5})", {}},
