@@ -31,12 +31,14 @@
 #include "orvid/core/orvid_transcription_coordinator.h"
 #include "orvid/pipeline/orvid_automation_pipeline.h"
 #include "orvid/pipeline/prompt_post_processing.h"
+#include "orvid/platform/cancellation.h"
 #include "orvid/platform/curl_orvid_http_client.h"
 #include "orvid/textprocessing/prompt_post_processor.h"
 #include "orvid/textprocessing/transcript_cleanup_engine.h"
 #include "orvid/transcription/cloud_batch/cloud_batch_transcription_provider.h"
 #include "tools/orvid/cli_support.h"
 #include "tools/orvid/commands.h"
+#include "tools/orvid/interrupts.h"
 
 namespace orvid::cli {
 namespace {
@@ -297,9 +299,10 @@ void runAutomate(const AutomateOptions& options) {
 
   OrvidAutomationProposal proposal;
   try {
+    InterruptScope interrupts;
     proposal = pipeline.prepareAutomation(frames, TranscriptCleanupConfiguration{},
                                           prompt.value_or(TranscriptionPrompt{}), aiProvider, aiConfiguration,
-                                          automation);
+                                          automation, interrupts.token());
   } catch (const OrvidError& error) {
     if (error.errorCase() != OrvidError::Case::cuaDriverNotReady) throw;
     throw CommandError{std::string(error.what()) + " See what it reports with: orvid cua status" +
@@ -314,9 +317,12 @@ void runAutomate(const AutomateOptions& options) {
     throw CommandError{"not confirmed; nothing was run"};
   }
 
+  // Between the two scopes nothing runs on our behalf, so an interrupt at the
+  // question simply ends the tool.
   CUAExecutionResult result;
+  InterruptScope interrupts;
   try {
-    result = pipeline.confirmAutomation(proposal.requestID, options.timeoutSeconds);
+    result = pipeline.confirmAutomation(proposal.requestID, options.timeoutSeconds, interrupts.token());
   } catch (const CUADriverClientError& error) {
     throw CommandError{"cua-driver did not finish within " + std::to_string(error.seconds()) + " s and was stopped"};
   }
@@ -324,6 +330,7 @@ void runAutomate(const AutomateOptions& options) {
   printOutput("stdout", result.stdout);
   printOutput("stderr", result.stderr);
   std::cout << std::flush;
+  if (interrupts.interrupted()) throw CancellationError();
   if (result.exitCode != 0) throw CommandError{"cua-driver exited with status " + std::to_string(result.exitCode)};
 }
 

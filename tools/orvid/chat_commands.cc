@@ -14,6 +14,7 @@
 #include "orvid/platform/curl_orvid_http_client.h"
 #include "tools/orvid/cli_support.h"
 #include "tools/orvid/commands.h"
+#include "tools/orvid/interrupts.h"
 
 namespace orvid::cli {
 namespace {
@@ -67,7 +68,8 @@ ChatCompletionResult chat(const ChatOptions& options) {
 
   HTTPChatCompletionClient client(std::make_shared<CurlOrvidHTTPClient>(), makeSystemCredentialStore("orvid"));
   try {
-    return client.complete(request, descriptor, configuration);
+    InterruptScope interrupts;
+    return client.complete(request, descriptor, configuration, interrupts.token());
   } catch (const OrvidProviderError& error) {
     throw CommandError{withAdvice(error, descriptor.id)};
   }

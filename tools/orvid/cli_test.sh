@@ -604,6 +604,28 @@ expect_error "automate time limit" "${request[@]}" --base-url "$service/v1" --ex
   --timeout 1 --yes
 grep -q -x "orvid: cua-driver did not finish within 1 s and was stopped" "$work/err" \
   || fail "automate time limit: $(cat "$work/err")"
+# Stopping the tool while the driver runs ends the driver too (it runs in a
+# process group of its own, which the terminal's signals do not reach).
+make_driver hanging "echo \$\$ >'$work/hanging.pid'; cat >/dev/null; echo started; exec sleep 60" "$ready_doctor"
+rm -f "$work/hanging.pid"
+"$orvid" "${request[@]}" --base-url "$service/v1" --executable "$work/driver-hanging" --yes >"$work/out" 2>"$work/err" &
+orvid_pid=$!
+for _ in $(seq 300); do [ -s "$work/hanging.pid" ] && break; sleep 0.1; done
+driver_pid=$(cat "$work/hanging.pid" 2>/dev/null)
+if [ -z "$driver_pid" ]; then
+  kill "$orvid_pid" 2>/dev/null
+  fail "automate interrupted: the driver did not start: $(cat "$work/err")"
+else
+  kill -TERM "$orvid_pid"
+  timeout 20 tail --pid="$orvid_pid" -f /dev/null || kill -KILL "$orvid_pid"
+  wait "$orvid_pid"
+  status=$?
+  [ "$status" -eq 143 ] || fail "automate interrupted: exit status $status: $(cat "$work/err")"
+  [ "$(cat "$work/err")" = "orvid: interrupted" ] || fail "automate interrupted: $(cat "$work/err")"
+  grep -q -x "exit code: 15" "$work/out" || fail "automate interrupted output: $(cat "$work/out")"
+  grep -q -x "  started" "$work/out" || fail "automate interrupted output: $(cat "$work/out")"
+  kill -0 "$driver_pid" 2>/dev/null && { kill -KILL "$driver_pid"; fail "automate interrupted: the driver is still running"; }
+fi
 expect_error "automate bad executable" "${request[@]}" --base-url "$service/v1" --executable "$work/no-such-driver" --yes
 expect_error "automate missing file" automate "$work/absent.wav" --provider openai-compatible --base-url "$service/v1" --yes
 expect_error "automate not a WAV" automate "$work/text.wav" --provider openai-compatible --base-url "$service/v1" --yes

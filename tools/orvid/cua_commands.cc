@@ -11,7 +11,9 @@
 #include "orvid/automation/executable_discovery.h"
 #include "orvid/automation/process_cua_driver_client.h"
 #include "orvid/core/corelib/json_support.h"
+#include "orvid/platform/cancellation.h"
 #include "tools/orvid/commands.h"
+#include "tools/orvid/interrupts.h"
 
 namespace orvid::cli {
 namespace {
@@ -73,7 +75,10 @@ void addCuaCommands(CLI::App& app) {
   status->add_flag("--json", options->json, "Print the status as one JSON object");
   status->callback([options] {
     ProcessCUADriverClient client = makeClient(*options);
-    CUADriverStatus result = client.status();
+    InterruptScope interrupts;
+    CUADriverStatus result = client.status(interrupts.token());
+    // A status cut short is not worth showing.
+    if (interrupts.interrupted()) throw CancellationError();
     if (options->json) {
       std::cout << nlohmann::json(result).dump() << "\n";
     } else {

@@ -8,6 +8,7 @@
 
 #include "orvid/ai/secret_redactor.h"
 #include "tools/orvid/commands.h"
+#include "tools/orvid/interrupts.h"
 
 namespace {
 
@@ -21,9 +22,18 @@ void printError(std::string_view message) {
   std::cerr << "orvid: " << line << "\n";
 }
 
+// Work stopped by a signal ends with the shell's status for it.
+int interruptedStatus() {
+  const int signal = orvid::cli::InterruptWatcher::interruptingSignal();
+  if (signal == 0) return 0;
+  std::cerr << "orvid: interrupted\n";
+  return 128 + signal;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  orvid::cli::InterruptWatcher interrupts;
   CLI::App app{"orvid: Brindle's voice engine on the command line"};
   app.require_subcommand(1);
   orvid::cli::addDemoCommands(app);
@@ -46,11 +56,13 @@ int main(int argc, char** argv) {
     printError(std::string(error.what()) + " (see orvid --help)");
     return error.get_exit_code() == 0 ? 2 : error.get_exit_code();
   } catch (const orvid::cli::CommandError& error) {
+    if (int status = interruptedStatus()) return status;
     printError(error.message);
     return 1;
   } catch (const std::exception& error) {
+    if (int status = interruptedStatus()) return status;
     printError(error.what());
     return 1;
   }
-  return 0;
+  return interruptedStatus();
 }

@@ -20,6 +20,7 @@
 #include "orvid/textprocessing/prompt_post_processor.h"
 #include "tools/orvid/cli_support.h"
 #include "tools/orvid/commands.h"
+#include "tools/orvid/interrupts.h"
 
 namespace orvid::cli {
 namespace {
@@ -73,7 +74,8 @@ void runRewrite(const RewriteOptions& options) {
   PromptPostProcessor processor(client);
   std::optional<PromptPostProcessResult> result;
   try {
-    result = processor.process(text, prompt, provider, configuration, std::nullopt);
+    InterruptScope interrupts;
+    result = processor.process(text, prompt, provider, configuration, std::nullopt, interrupts.token());
   } catch (const OrvidProviderError& error) {
     switch (error.errorCase()) {
       case OrvidProviderError::Case::missingModel:

@@ -10,6 +10,7 @@
 #include "orvid/transcription/cloud_batch/cloud_batch_transcription_provider.h"
 #include "tools/orvid/cli_support.h"
 #include "tools/orvid/commands.h"
+#include "tools/orvid/interrupts.h"
 
 namespace orvid::cli {
 namespace {
@@ -27,7 +28,8 @@ std::string transcribeFile(const TranscribeOptions& options) {
   request.languageRoute = setup.languageRoute;
   if (!options.prompt.empty()) request.promptHint = options.prompt;
   try {
-    return setup.provider->transcribe(request).text;
+    InterruptScope interrupts;
+    return setup.provider->transcribe(request, interrupts.token()).text;
   } catch (const OrvidProviderError& error) {
     if (error.errorCase() != OrvidProviderError::Case::missingCredential) throw;
     throw CommandError{std::string(error.what()) + " Store the API key with: orvid credentials set provider." +
