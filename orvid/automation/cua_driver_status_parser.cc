@@ -1,8 +1,12 @@
 #include "orvid/automation/cua_driver_status_parser.h"
 
 #include <initializer_list>
+#include <memory>
+#include <stdexcept>
 
 #include <nlohmann/json.hpp>
+#include <unicode/regex.h>
+#include <unicode/utext.h>
 
 #include "orvid/ai/secret_redactor.h"
 
@@ -66,33 +70,27 @@ CUAPermissionState permissionState(const json* value) {
   return CUAPermissionState::unknown;
 }
 
-bool isWordByte(unsigned char c) {
-  return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_' || c >= 0x80;
-}
-
-bool isSpaceOrColon(char c) {
-  return c == ':' || c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' || c == '\v';
-}
-
-bool isVersionByte(char c) {
-  return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '.' || c == '-';
-}
-
-// The first "version" at a word start followed by colons or white space and then
-// a run of letters, digits, dots and hyphens: that run.
-std::optional<std::string> version(std::string_view text) {
-  std::string lower = lowercased(text);
-  for (std::size_t at = lower.find("version"); at != std::string::npos; at = lower.find("version", at + 1)) {
-    if (at > 0 && isWordByte(static_cast<unsigned char>(lower[at - 1]))) continue;
-    std::size_t cursor = at + 7;
-    std::size_t separatorStart = cursor;
-    while (cursor < text.size() && isSpaceOrColon(text[cursor])) ++cursor;
-    if (cursor == separatorStart) continue;
-    std::size_t valueStart = cursor;
-    while (cursor < text.size() && isVersionByte(text[cursor])) ++cursor;
-    if (cursor > valueStart) return std::string(text.substr(valueStart, cursor - valueStart));
-  }
-  return std::nullopt;
+// Capture group 1 of the first match of the version pattern, over the UTF-8 bytes.
+std::optional<std::string> version(const std::string& text) {
+  static const std::unique_ptr<icu::RegexPattern> pattern = [] {
+    UErrorCode status = U_ZERO_ERROR;
+    UParseError parseError{};
+    std::unique_ptr<icu::RegexPattern> compiled(icu::RegexPattern::compile(
+        icu::UnicodeString::fromUTF8("(?i)\\bversion[:\\s]+([0-9A-Za-z.\\-]+)"), 0, parseError, status));
+    if (U_FAILURE(status)) throw std::logic_error(std::string("version pattern does not compile: ") + u_errorName(status));
+    return compiled;
+  }();
+  UErrorCode status = U_ZERO_ERROR;
+  std::unique_ptr<UText, decltype(&utext_close)> input(
+      utext_openUTF8(nullptr, text.data(), static_cast<int64_t>(text.size()), &status), &utext_close);
+  std::unique_ptr<icu::RegexMatcher> matcher(pattern->matcher(status));
+  if (U_FAILURE(status)) return std::nullopt;
+  matcher->reset(input.get());
+  if (!matcher->find(status) || U_FAILURE(status)) return std::nullopt;
+  const int64_t start = matcher->start64(1, status);
+  const int64_t end = matcher->end64(1, status);
+  if (U_FAILURE(status)) return std::nullopt;
+  return text.substr(static_cast<std::size_t>(start), static_cast<std::size_t>(end - start));
 }
 
 std::optional<std::string> daemonState(std::string_view lower) {

@@ -99,6 +99,15 @@ TEST(CUADriverStatusParserTest, ReadsTheStatusTextByItsWords) {
       {"subversion: 9\nversion:\n\t 3.1_rc",
        makeStatus(Readiness::error, "3.1", "/bin/cua", {}, Permission::unknown, Permission::unknown,
                   "subversion: 9\nversion:\n\t 3.1_rc")},
+      // Word boundaries and white space are Unicode's: a dash before the word is a
+      // boundary, a letter is not; a no-break space separates.
+      {"cua-driver \u2014version 4.2-b ready",
+       makeStatus(Readiness::ready, "4.2-b", "/bin/cua", {}, Permission::unknown, Permission::unknown, {})},
+      {"\u00e9version 3 ready",
+       makeStatus(Readiness::ready, {}, "/bin/cua", {}, Permission::unknown, Permission::unknown, {})},
+      {"Version:\u00a05.0 running",
+       makeStatus(Readiness::daemonRunning, "5.0", "/bin/cua", "running", Permission::unknown, Permission::unknown,
+                  {})},
       {"daemon crashed; token abc.123 rejected",
        makeStatus(Readiness::error, {}, "/bin/cua", {}, Permission::unknown, Permission::unknown,
                   "daemon crashed; token [REDACTED] rejected")},
