@@ -19,6 +19,7 @@
 
 #include "orvid/ai/file_orvid_credential_store.h"
 #include "orvid/platform/temporary_directory.h"
+#include "orvid/testing/scoped_environment_variable.h"
 
 namespace orvid {
 namespace {
@@ -175,31 +176,10 @@ TEST(FileOrvidCredentialStoreTest, DamagedFilesFailWithoutQuotingTheirContents) 
   }
 }
 
-// Points ORVID_CONFIG_HOME at `folder` for the lifetime of the object.
-class ConfigHome {
- public:
-  explicit ConfigHome(const fs::path& folder) {
-    if (const char* value = std::getenv("ORVID_CONFIG_HOME")) previous_ = value;
-    ::setenv("ORVID_CONFIG_HOME", folder.c_str(), 1);
-  }
-  ~ConfigHome() {
-    if (previous_) {
-      ::setenv("ORVID_CONFIG_HOME", previous_->c_str(), 1);
-    } else {
-      ::unsetenv("ORVID_CONFIG_HOME");
-    }
-  }
-  ConfigHome(const ConfigHome&) = delete;
-  ConfigHome& operator=(const ConfigHome&) = delete;
-
- private:
-  std::optional<std::string> previous_;
-};
-
 TEST(FileOrvidCredentialStoreTest, ValuesWrittenByOneProcessAreReadByAnother) {
   TemporaryDirectory directory;
   const auto configHome = directory.path() / "config";
-  const ConfigHome environment(configHome);
+  const testing::ScopedEnvironmentVariable environment("ORVID_CONFIG_HOME", configHome.string());
   const std::string value = "sk-live 'quoted' $HOME `x` \\ end";
 
   // Another process writes; this one reads, both in the configured folder.

@@ -16,6 +16,7 @@
 #include "orvid/automation/synchronous_process.h"
 #include "orvid/platform/cancellation.h"
 #include "orvid/platform/temporary_directory.h"
+#include "orvid/testing/scoped_environment_variable.h"
 
 namespace orvid {
 
@@ -59,12 +60,11 @@ TEST_F(AutomationProcessRunnerTest, ReturnsTheExitCodeAndBothOutputs) {
 
 TEST_F(AutomationProcessRunnerTest, UsesTheGivenEnvironmentOrInheritsThisOne) {
   auto script = writeShellScript(folder_.path(), "env.sh", "printf '%s|%s' \"$ORVID_RUNNER_VALUE\" \"$1\"\n");
-  ::setenv("ORVID_RUNNER_VALUE", "inherited", 1);
+  const testing::ScopedEnvironmentVariable value("ORVID_RUNNER_VALUE", "inherited");
   EXPECT_EQ(runner_.run(script.string(), {"arg"}).stdout, "inherited|arg");
   EXPECT_EQ(runner_.run(script.string(), {"arg"}, std::nullopt, ProcessEnvironment{{"ORVID_RUNNER_VALUE", "given"}})
                 .stdout,
             "given|arg");
-  ::unsetenv("ORVID_RUNNER_VALUE");
 }
 
 TEST_F(AutomationProcessRunnerTest, AProgramThatCannotBeLaunchedGivesExitCode127) {

@@ -12,6 +12,7 @@
 
 #include "orvid/automation/process_test_support.h"
 #include "orvid/platform/temporary_directory.h"
+#include "orvid/testing/scoped_environment_variable.h"
 
 namespace orvid {
 namespace {
@@ -239,9 +240,10 @@ TEST_F(ChildProcessLifecycleTest, ADescendantKeepingThePipesOpenDoesNotHoldUpThe
 }
 
 TEST(CurrentProcessEnvironmentTest, ReadsVariablesOfThisProcess) {
-  ::setenv("ORVID_CHILD_PROCESS_TEST", "a=b", 1);
-  EXPECT_EQ(currentProcessEnvironment().at("ORVID_CHILD_PROCESS_TEST"), "a=b");
-  ::unsetenv("ORVID_CHILD_PROCESS_TEST");
+  {
+    const testing::ScopedEnvironmentVariable variable("ORVID_CHILD_PROCESS_TEST", "a=b");
+    EXPECT_EQ(currentProcessEnvironment().at("ORVID_CHILD_PROCESS_TEST"), "a=b");
+  }
   EXPECT_FALSE(currentProcessEnvironment().contains("ORVID_CHILD_PROCESS_TEST"));
 }
 

@@ -16,6 +16,7 @@
 
 #include "orvid/automation/process_test_support.h"
 #include "orvid/platform/temporary_directory.h"
+#include "orvid/testing/scoped_environment_variable.h"
 
 namespace orvid {
 
@@ -121,26 +122,6 @@ elif mode == "invalid-utf8":
 sys.exit(int((setting("run.exit") or "0").strip()))
 )";
 
-// Sets an environment variable for the life of the object.
-class ScopedEnvironmentVariable {
- public:
-  ScopedEnvironmentVariable(const char* name, const std::string& value) : name_(name) {
-    if (const char* old = ::getenv(name)) previous_ = old;
-    ::setenv(name, value.c_str(), 1);
-  }
-  ~ScopedEnvironmentVariable() {
-    if (previous_) {
-      ::setenv(name_, previous_->c_str(), 1);
-    } else {
-      ::unsetenv(name_);
-    }
-  }
-
- private:
-  const char* name_;
-  std::optional<std::string> previous_;
-};
-
 class ProcessCUADriverClientTest : public ChildProcessTest {
  protected:
   void SetUp() override {
@@ -238,7 +219,7 @@ TEST_F(ProcessCUADriverClientTest, StatusRedactsSecretsInTheDoctorReport) {
 
 TEST_F(ProcessCUADriverClientTest, AToolThatIsNowhereIsNotInstalledAndCannotRun) {
   TemporaryDirectory emptyPath("orvid-empty-path");
-  ScopedEnvironmentVariable path("PATH", emptyPath.path().string());
+  testing::ScopedEnvironmentVariable path("PATH", emptyPath.path().string());
   auto driver = client({(folder_ / "missing" / "cua-driver").string(), "/usr/bin/which", folder_.path().string()});
   EXPECT_EQ(driver.resolveExecutable(), std::nullopt);
   CUADriverStatus expected;
@@ -255,7 +236,7 @@ TEST_F(ProcessCUADriverClientTest, AToolThatIsNowhereIsNotInstalledAndCannotRun)
 }
 
 TEST_F(ProcessCUADriverClientTest, FindsTheToolOnThePathWhenNoCandidateIsThere) {
-  ScopedEnvironmentVariable path("PATH", "/nonexistent:" + toolFolder().string());
+  testing::ScopedEnvironmentVariable path("PATH", "/nonexistent:" + toolFolder().string());
   auto driver = client({(folder_ / "missing").string()});
   EXPECT_EQ(driver.resolveExecutable(), driver_.string());
   write("doctor.out", R"({"ready": true})");

@@ -15,6 +15,7 @@
 #include <gtest/gtest.h>
 
 #include "orvid/platform/temporary_directory.h"
+#include "orvid/testing/scoped_environment_variable.h"
 
 namespace orvid {
 namespace {
@@ -48,30 +49,6 @@ class ScopedUmask {
 
  private:
   mode_t previous_;
-};
-
-// Sets or unsets an environment variable for the lifetime of the object.
-class ScopedEnvironment {
- public:
-  ScopedEnvironment(const char* name, const char* value) : name_(name) {
-    if (const char* old = std::getenv(name)) previous_ = old;
-    if (value) {
-      ::setenv(name, value, 1);
-    } else {
-      ::unsetenv(name);
-    }
-  }
-  ~ScopedEnvironment() {
-    if (previous_) {
-      ::setenv(name_, previous_->c_str(), 1);
-    } else {
-      ::unsetenv(name_);
-    }
-  }
-
- private:
-  const char* name_;
-  std::optional<std::string> previous_;
 };
 
 TEST(UserDefaultsTest, ReadsSwitchesTheWayTheMacDoes) {
@@ -226,19 +203,19 @@ TEST(WriteFileAtomicallyTest, AFailedRenameLeavesTheTargetAndNoTemporaryFile) {
 
 TEST(UserDefaultsTest, ConfigDirectoryFollowsTheEnvironmentInOrder) {
   {
-    ScopedEnvironment own("ORVID_CONFIG_HOME", "/tmp/orvid-own");
-    ScopedEnvironment xdg("XDG_CONFIG_HOME", "/tmp/xdg");
+    testing::ScopedEnvironmentVariable own("ORVID_CONFIG_HOME", "/tmp/orvid-own");
+    testing::ScopedEnvironmentVariable xdg("XDG_CONFIG_HOME", "/tmp/xdg");
     EXPECT_EQ(UserDefaults::configDirectory(), fs::path("/tmp/orvid-own"));
   }
   {
-    ScopedEnvironment own("ORVID_CONFIG_HOME", "");
-    ScopedEnvironment xdg("XDG_CONFIG_HOME", "/tmp/xdg");
+    testing::ScopedEnvironmentVariable own("ORVID_CONFIG_HOME", "");
+    testing::ScopedEnvironmentVariable xdg("XDG_CONFIG_HOME", "/tmp/xdg");
     EXPECT_EQ(UserDefaults::configDirectory(), fs::path("/tmp/xdg/orvid"));
   }
   {
-    ScopedEnvironment own("ORVID_CONFIG_HOME", nullptr);
-    ScopedEnvironment xdg("XDG_CONFIG_HOME", nullptr);
-    ScopedEnvironment home("HOME", "/home/someone");
+    testing::ScopedEnvironmentVariable own("ORVID_CONFIG_HOME", std::nullopt);
+    testing::ScopedEnvironmentVariable xdg("XDG_CONFIG_HOME", std::nullopt);
+    testing::ScopedEnvironmentVariable home("HOME", "/home/someone");
     EXPECT_EQ(UserDefaults::configDirectory(), fs::path("/home/someone/.config/orvid"));
   }
 }
