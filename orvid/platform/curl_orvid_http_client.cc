@@ -4,6 +4,7 @@
 #include <array>
 #include <chrono>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -162,61 +163,87 @@ void checkMulti(CURLMcode code) {
   if (code != CURLM_OK) throw OrvidHTTPError::transportFailed(curl_multi_strerror(code));
 }
 
-}  // namespace
 
-// The connection cache, DNS cache and TLS sessions shared by every transfer of one client.
-struct CurlOrvidHTTPClient::Impl {
-  CURLSH* share = nullptr;
-  std::array<std::mutex, CURL_LOCK_DATA_LAST> locks;
-
-  static void lock(CURL*, curl_lock_data data, curl_lock_access, void* user) {
-    static_cast<Impl*>(user)->locks[static_cast<size_t>(data)].lock();
+// Header fields that never carry a credential. Any other field (Authorization,
+// x-api-key, a provider's custom field, ...) may, so it never crosses to another origin.
+bool isCredentialFree(std::string_view name) {
+  for (std::string_view safe : {"Accept", "Accept-Encoding", "Accept-Language", "Cache-Control", "Content-Type",
+                                "Content-Length", "Expect", "User-Agent"}) {
+    if (httpHeaderNamesEqual(name, safe)) return true;
   }
-  static void unlock(CURL*, curl_lock_data data, void* user) {
-    static_cast<Impl*>(user)->locks[static_cast<size_t>(data)].unlock();
-  }
-};
-
-CurlOrvidHTTPClient::CurlOrvidHTTPClient() : impl_(std::make_unique<Impl>()) {
-  initialiseCurlOnce();
-  impl_->share = curl_share_init();
-  if (impl_->share == nullptr) throw OrvidHTTPError::transportFailed("curl_share_init failed");
-  curl_share_setopt(impl_->share, CURLSHOPT_LOCKFUNC, &Impl::lock);
-  curl_share_setopt(impl_->share, CURLSHOPT_UNLOCKFUNC, &Impl::unlock);
-  curl_share_setopt(impl_->share, CURLSHOPT_USERDATA, impl_.get());
-  curl_share_setopt(impl_->share, CURLSHOPT_SHARE, CURL_LOCK_DATA_CONNECT);
-  curl_share_setopt(impl_->share, CURLSHOPT_SHARE, CURL_LOCK_DATA_DNS);
-  curl_share_setopt(impl_->share, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
+  return false;
 }
 
-CurlOrvidHTTPClient::~CurlOrvidHTTPClient() { curl_share_cleanup(impl_->share); }
+bool carriesCredentials(const OrvidHTTPRequest& request) {
+  if (!request.url.userInfo().empty()) return true;
+  return std::any_of(request.headers.begin(), request.headers.end(),
+                     [](const OrvidHTTPHeader& header) { return !isCredentialFree(header.name); });
+}
 
-OrvidHTTPResponse CurlOrvidHTTPClient::data(const OrvidHTTPRequest& request, std::stop_token stop) {
-  checkCancellation(stop);
-  const auto& scheme = request.url.scheme();
-  if (scheme != "http" && scheme != "https") {
-    throw OrvidHTTPError::badURL("unsupported scheme \"" + scheme + "\"");
+int effectivePort(const URL& url) { return url.port().value_or(url.scheme() == "https" ? 443 : 80); }
+
+std::string lowerASCII(std::string text) {
+  for (char& c : text) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
   }
-  if (request.method.empty()) throw OrvidHTTPError::badURL("empty method");
+  return text;
+}
 
-  // Declared before the handle, which writes into its error buffer until cleaned up.
-  Transfer transfer;
-  transfer.stop = stop;
-  transfer.response.url = request.url;
+bool sameOrigin(const URL& a, const URL& b) {
+  return lowerASCII(a.scheme()) == lowerASCII(b.scheme()) && lowerASCII(a.host()) == lowerASCII(b.host()) &&
+         effectivePort(a) == effectivePort(b);
+}
 
-  std::unique_ptr<CURL, EasyDeleter> easy(curl_easy_init());
-  if (!easy) throw OrvidHTTPError::transportFailed("curl_easy_init failed");
-  CURL* handle = easy.get();
+std::string origin(const URL& url) {
+  return lowerASCII(url.scheme()) + "://" + url.host() + ":" + std::to_string(effectivePort(url));
+}
 
-  std::string url = request.url.absoluteString();
+constexpr int maximumRedirects = 16;
+
+bool isFollowedRedirect(long status) {
+  return status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
+}
+
+// The request a redirect leads to: 303 (and 301/302 after a POST) become a GET without a
+// body, as browsers do; 307 and 308 repeat the method and body. Throws for a target that
+// is not http(s), and for one on another origin while the request carries credentials.
+OrvidHTTPRequest redirected(const OrvidHTTPRequest& request, long status, const std::string& location) {
+  auto target = URL::parse(location);
+  if (!target || (target->scheme() != "http" && target->scheme() != "https")) {
+    throw OrvidHTTPError::badURL("redirect to a URL that is not http or https");
+  }
+  if (!sameOrigin(request.url, *target) && carriesCredentials(request)) {
+    throw OrvidHTTPError::redirectRefused("from " + origin(request.url) + " to " + origin(*target));
+  }
+  OrvidHTTPRequest next = request;
+  next.url = *target;
+  bool becomesGet = (status == 303 && request.method != "HEAD") ||
+                    ((status == 301 || status == 302) && request.method == "POST");
+  if (becomesGet) {
+    next.method = "GET";
+    next.body.reset();
+    std::erase_if(next.headers, [](const OrvidHTTPHeader& header) {
+      return httpHeaderNamesEqual(header.name, "Content-Type") || httpHeaderNamesEqual(header.name, "Content-Length");
+    });
+  }
+  return next;
+}
+
+// One request on the wire: the answer, and where a redirect would lead.
+struct Hop {
+  OrvidHTTPResponse response;
+  std::optional<std::string> location;
+};
+
+void setOptions(CURL* handle, const std::string& url, CURLSH* share, Transfer& transfer,
+                std::chrono::milliseconds timeout) {
   check(curl_easy_setopt(handle, CURLOPT_URL, url.c_str()), "URL");
-  check(curl_easy_setopt(handle, CURLOPT_SHARE, impl_->share), "share");
+  check(curl_easy_setopt(handle, CURLOPT_SHARE, share), "share");
   check(curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, transfer.errorText.data()), "error buffer");
   check(curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L), "no signal");
   check(curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "http,https"), "protocols");
-  check(curl_easy_setopt(handle, CURLOPT_REDIR_PROTOCOLS_STR, "http,https"), "redirect protocols");
-  check(curl_easy_setopt(handle, CURLOPT_FOLLOWLOCATION, 1L), "redirects");
-  check(curl_easy_setopt(handle, CURLOPT_MAXREDIRS, 16L), "redirect limit");
+  // Redirects are followed by hand, so that credentials never reach another origin.
+  check(curl_easy_setopt(handle, CURLOPT_FOLLOWLOCATION, 0L), "redirects");
   check(curl_easy_setopt(handle, CURLOPT_ACCEPT_ENCODING, ""), "encodings");
   check(curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, &receiveBody), "body callback");
   check(curl_easy_setopt(handle, CURLOPT_WRITEDATA, &transfer), "body data");
@@ -225,12 +252,12 @@ OrvidHTTPResponse CurlOrvidHTTPClient::data(const OrvidHTTPRequest& request, std
   check(curl_easy_setopt(handle, CURLOPT_NOPROGRESS, 0L), "progress");
   check(curl_easy_setopt(handle, CURLOPT_XFERINFOFUNCTION, &reportProgress), "progress callback");
   check(curl_easy_setopt(handle, CURLOPT_XFERINFODATA, &transfer), "progress data");
-  if (request.timeout.count() > 0) {
-    check(curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(request.timeout.count())),
-          "connect timeout");
+  if (timeout.count() > 0) {
+    check(curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(timeout.count())), "connect timeout");
   }
+}
 
-  // Method and body.
+void setMethodAndBody(CURL* handle, const OrvidHTTPRequest& request) {
   static const char emptyBody[] = "";
   const char* bodyData = emptyBody;
   curl_off_t bodySize = 0;
@@ -253,60 +280,130 @@ OrvidHTTPResponse CurlOrvidHTTPClient::data(const OrvidHTTPRequest& request, std
   } else {
     check(curl_easy_setopt(handle, CURLOPT_CUSTOMREQUEST, request.method.c_str()), "method");
   }
+}
 
-  // Header fields: "Name;" is curl's form for a field with an empty value. Bodies are
-  // sent without waiting for "100 Continue" unless the caller asks for it.
-  std::unique_ptr<curl_slist, HeaderListDeleter> headerList;
-  auto appendHeader = [&](const std::string& line) {
-    curl_slist* extended = curl_slist_append(headerList.get(), line.c_str());
+// Header fields in curl's form ("Name;" for an empty value). Bodies are sent without
+// waiting for "100 Continue" unless the caller asks for it.
+std::unique_ptr<curl_slist, HeaderListDeleter> headerList(const OrvidHTTPRequest& request) {
+  std::unique_ptr<curl_slist, HeaderListDeleter> list;
+  auto append = [&](const std::string& line) {
+    curl_slist* extended = curl_slist_append(list.get(), line.c_str());
     if (extended == nullptr) throw OrvidHTTPError::transportFailed("curl_slist_append failed");
-    headerList.release();
-    headerList.reset(extended);
+    list.release();
+    list.reset(extended);
   };
   for (const auto& header : request.headers) {
-    appendHeader(header.value.empty() ? header.name + ";" : header.name + ": " + header.value);
+    append(header.value.empty() ? header.name + ";" : header.name + ": " + header.value);
   }
-  if (!request.headerValue("Expect")) appendHeader("Expect:");
-  check(curl_easy_setopt(handle, CURLOPT_HTTPHEADER, headerList.get()), "headers");
+  if (!request.headerValue("Expect")) append("Expect:");
+  return list;
+}
 
+// Drives the handle until the transfer ends; returns curl's result for it. Throws
+// CancellationError once `stop` is requested and timedOut once nothing has moved
+// for `timeout`.
+CURLcode run(CURL* handle, Transfer& transfer, std::chrono::milliseconds timeout, std::stop_token stop) {
   SingleTransferMulti multi(handle);
   // Declared after the multi handle so it is gone before the handle is cleaned up.
   std::stop_callback wake(stop, [&multi] { curl_multi_wakeup(multi.get()); });
-
   while (true) {
     int running = 0;
     checkMulti(curl_multi_perform(multi.get(), &running));
     checkCancellation(stop);
     if (running == 0) break;
-    auto now = Clock::now();
     int waitMilliseconds = 1000;
-    if (request.timeout.count() > 0) {
-      auto deadline = transfer.lastActivity + request.timeout;
-      if (now >= deadline) {
-        throw OrvidHTTPError::timedOut("no data for " + std::to_string(request.timeout.count()) + " ms");
-      }
+    if (timeout.count() > 0) {
+      auto now = Clock::now();
+      auto deadline = transfer.lastActivity + timeout;
+      if (now >= deadline) throw OrvidHTTPError::timedOut("no data for " + std::to_string(timeout.count()) + " ms");
       auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - now).count();
       waitMilliseconds = static_cast<int>(std::clamp<long long>(left, 1, 1000));
     }
     checkMulti(curl_multi_poll(multi.get(), nullptr, 0, waitMilliseconds, nullptr));
   }
-
   CURLcode result = CURLE_OK;
   int queued = 0;
   while (CURLMsg* message = curl_multi_info_read(multi.get(), &queued)) {
     if (message->msg == CURLMSG_DONE && message->easy_handle == handle) result = message->data.result;
   }
-  if (result == CURLE_ABORTED_BY_CALLBACK && stop.stop_requested()) throw CancellationError();
-  if (result != CURLE_OK) throw transportError(result, transfer);
+  return result;
+}
 
-  long status = 0;
-  curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &status);
-  transfer.response.statusCode = static_cast<int>(status);
-  char* effectiveURL = nullptr;
-  if (curl_easy_getinfo(handle, CURLINFO_EFFECTIVE_URL, &effectiveURL) == CURLE_OK && effectiveURL != nullptr) {
-    if (auto parsed = URL::parse(effectiveURL)) transfer.response.url = *parsed;
+}  // namespace
+
+// The connection cache, DNS cache and TLS sessions shared by every transfer of one client.
+struct CurlOrvidHTTPClient::Impl {
+  CURLSH* share = nullptr;
+  std::array<std::mutex, CURL_LOCK_DATA_LAST> locks;
+
+  static void lock(CURL*, curl_lock_data data, curl_lock_access, void* user) {
+    static_cast<Impl*>(user)->locks[static_cast<size_t>(data)].lock();
   }
-  return std::move(transfer.response);
+  static void unlock(CURL*, curl_lock_data data, void* user) {
+    static_cast<Impl*>(user)->locks[static_cast<size_t>(data)].unlock();
+  }
+
+  // Sends `request` once, without following a redirect.
+  Hop perform(const OrvidHTTPRequest& request, std::stop_token stop) {
+    checkCancellation(stop);
+    const auto& scheme = request.url.scheme();
+    if (scheme != "http" && scheme != "https") throw OrvidHTTPError::badURL("unsupported scheme \"" + scheme + "\"");
+    if (request.method.empty()) throw OrvidHTTPError::badURL("empty method");
+
+    // Declared before the handle, which writes into its error buffer until cleaned up.
+    Transfer transfer;
+    transfer.stop = stop;
+    transfer.response.url = request.url;
+    std::unique_ptr<CURL, EasyDeleter> easy(curl_easy_init());
+    if (!easy) throw OrvidHTTPError::transportFailed("curl_easy_init failed");
+    CURL* handle = easy.get();
+
+    std::string url = request.url.absoluteString();
+    setOptions(handle, url, share, transfer, request.timeout);
+    setMethodAndBody(handle, request);
+    auto headers = headerList(request);
+    check(curl_easy_setopt(handle, CURLOPT_HTTPHEADER, headers.get()), "headers");
+
+    CURLcode result = run(handle, transfer, request.timeout, stop);
+    if (result == CURLE_ABORTED_BY_CALLBACK && stop.stop_requested()) throw CancellationError();
+    if (result != CURLE_OK) throw transportError(result, transfer);
+
+    long status = 0;
+    curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &status);
+    transfer.response.statusCode = static_cast<int>(status);
+    Hop hop{std::move(transfer.response), std::nullopt};
+    char* location = nullptr;
+    if (curl_easy_getinfo(handle, CURLINFO_REDIRECT_URL, &location) == CURLE_OK && location != nullptr) {
+      hop.location = std::string(location);
+    }
+    return hop;
+  }
+};
+
+CurlOrvidHTTPClient::CurlOrvidHTTPClient() : impl_(std::make_unique<Impl>()) {
+  initialiseCurlOnce();
+  impl_->share = curl_share_init();
+  if (impl_->share == nullptr) throw OrvidHTTPError::transportFailed("curl_share_init failed");
+  curl_share_setopt(impl_->share, CURLSHOPT_LOCKFUNC, &Impl::lock);
+  curl_share_setopt(impl_->share, CURLSHOPT_UNLOCKFUNC, &Impl::unlock);
+  curl_share_setopt(impl_->share, CURLSHOPT_USERDATA, impl_.get());
+  curl_share_setopt(impl_->share, CURLSHOPT_SHARE, CURL_LOCK_DATA_CONNECT);
+  curl_share_setopt(impl_->share, CURLSHOPT_SHARE, CURL_LOCK_DATA_DNS);
+  curl_share_setopt(impl_->share, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
+}
+
+CurlOrvidHTTPClient::~CurlOrvidHTTPClient() { curl_share_cleanup(impl_->share); }
+
+OrvidHTTPResponse CurlOrvidHTTPClient::data(const OrvidHTTPRequest& request, std::stop_token stop) {
+  OrvidHTTPRequest hop = request;
+  for (int redirects = 0;; ++redirects) {
+    Hop result = impl_->perform(hop, stop);
+    if (!isFollowedRedirect(result.response.statusCode) || !result.location) return std::move(result.response);
+    if (redirects == maximumRedirects) {
+      throw OrvidHTTPError::transportFailed("more than " + std::to_string(maximumRedirects) + " redirects");
+    }
+    hop = redirected(hop, result.response.statusCode, *result.location);
+  }
 }
 
 }  // namespace orvid

@@ -140,19 +140,85 @@ TEST(CurlOrvidHTTPClientTest, ReturnsEveryStatusAsAResponse) {
 
 TEST(CurlOrvidHTTPClientTest, FollowsRedirectsAndReportsTheFinalURL) {
   LoopbackHTTPServer server;
-  server.route("GET", "/old", [](const LoopbackRequest&) {
-    return makeReply(302, "", "text/plain", {{"Location", "/new"}, {"X-Hop", "first"}});
+  server.route("POST", "/old", [](const LoopbackRequest&) {
+    return makeReply(303, "", "text/plain", {{"Location", "/new"}, {"X-Hop", "first"}});
   });
   server.route("GET", "/new", [](const LoopbackRequest&) {
     return makeReply(200, "moved", "text/plain", {{"X-Hop", "second"}});
   });
   CurlOrvidHTTPClient client;
-  OrvidHTTPResponse response = client.data(requestTo(server, "/old"));
+  OrvidHTTPRequest request = requestTo(server, "/old", "POST");
+  request.body = bytesFromString("form");
+  request.setHeader("Authorization", "Bearer same-origin");
+  OrvidHTTPResponse response = client.data(request);
   EXPECT_EQ(response.statusCode, 200);
   EXPECT_EQ(stringFromBytes(response.body), "moved");
   EXPECT_EQ(response.url.path(), "/new");
   // Only the final answer's header fields are kept.
   EXPECT_EQ(response.headerValue("X-Hop"), "second");
+  // 303 continues as a GET without the body; the same origin keeps its credentials.
+  auto received = server.requests();
+  ASSERT_EQ(received.size(), 2u);
+  EXPECT_EQ(received[1].method, "GET");
+  EXPECT_EQ(received[1].body, "");
+  EXPECT_EQ(received[1].header("Authorization"), "Bearer same-origin");
+}
+
+TEST(CurlOrvidHTTPClientTest, NeverCarriesCredentialsToAnotherOrigin) {
+  // 127.0.0.1 and localhost are different hosts to the client, as another port is.
+  LoopbackHTTPServer first;
+  LoopbackHTTPServer second;
+  second.route("POST", "/landing", [](const LoopbackRequest&) { return makeReply(200, "landed"); });
+  second.route("GET", "/landing", [](const LoopbackRequest&) { return makeReply(200, "landed"); });
+  const std::string firstPort = std::to_string(*URL::parse(first.baseURL())->port());
+  const std::string otherHost = "http://localhost:" + firstPort + "/landing";
+  const std::string otherPort = second.baseURL() + "/landing";
+  first.route("GET", "/landing", [](const LoopbackRequest&) { return makeReply(200, "landed"); });
+
+  struct Case {
+    const char* name;
+    std::string target;
+    std::vector<OrvidHTTPHeader> headers;
+    std::string userInfo;
+    bool refused;
+  };
+  const Case cases[] = {
+      {"x-api-key to another host", otherHost, {{"x-api-key", "sk-SECRET"}}, "", true},
+      {"custom header to another port", otherPort, {{"X-Goog-Api-Key", "SECRET"}}, "", true},
+      {"user information to another port", otherPort, {}, "user:SECRET@", true},
+      {"plain request to another port", otherPort, {{"Accept", "application/json"}}, "", false},
+  };
+  CurlOrvidHTTPClient client;
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    first.route("POST", "/start", [target = c.target](const LoopbackRequest&) {
+      return makeReply(307, "", "text/plain", {{"Location", target}});
+    });
+    OrvidHTTPRequest request;
+    request.method = "POST";
+    request.url = *URL::parse("http://" + c.userInfo + "127.0.0.1:" + firstPort + "/start");
+    request.headers = c.headers;
+    request.body = bytesFromString("{}");
+    auto secondBefore = second.requests().size();
+    auto firstBefore = first.requests().size();
+    if (c.refused) {
+      try {
+        client.data(request);
+        FAIL() << "redirect followed";
+      } catch (const OrvidHTTPError& error) {
+        EXPECT_EQ(error.errorCase(), OrvidHTTPError::Case::redirectRefused);
+        EXPECT_EQ(std::string(error.what()).find("SECRET"), std::string::npos);
+      }
+      EXPECT_EQ(second.requests().size(), secondBefore);
+      EXPECT_EQ(first.requests().size(), firstBefore + 1);  // only the request that was redirected
+    } else {
+      OrvidHTTPResponse response = client.data(request);
+      EXPECT_EQ(stringFromBytes(response.body), "landed");
+      ASSERT_EQ(second.requests().size(), secondBefore + 1);
+      EXPECT_EQ(second.requests().back().method, "POST");  // 307 repeats the method and body
+      EXPECT_EQ(second.requests().back().body, "{}");
+    }
+  }
 }
 
 TEST(CurlOrvidHTTPClientTest, TimesOutWhenNothingMovesForTheRequestsTimeout) {

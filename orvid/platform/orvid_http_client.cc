@@ -31,6 +31,8 @@ std::string sentence(OrvidHTTPError::Case errorCase) {
       return "A secure connection to the server could not be made.";
     case OrvidHTTPError::Case::transportFailed:
       return "The HTTP request failed.";
+    case OrvidHTTPError::Case::redirectRefused:
+      return "The server redirected the request to another origin, which would receive its credentials.";
   }
   return "The HTTP request failed.";
 }
@@ -83,6 +85,9 @@ OrvidHTTPError OrvidHTTPError::secureConnectionFailed(std::string detail) {
 }
 OrvidHTTPError OrvidHTTPError::transportFailed(std::string detail) {
   return {Case::transportFailed, std::move(detail)};
+}
+OrvidHTTPError OrvidHTTPError::redirectRefused(std::string detail) {
+  return {Case::redirectRefused, std::move(detail)};
 }
 
 }  // namespace orvid

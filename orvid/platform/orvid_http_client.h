@@ -76,6 +76,9 @@ class OrvidHTTPError : public std::exception {
     secureConnectionFailed,
     // Any other failure of the transport.
     transportFailed,
+    // A redirect to another origin (scheme, host or port) while the request carries
+    // header fields or user information that may hold a credential.
+    redirectRefused,
   };
 
   static OrvidHTTPError badURL(std::string detail);
@@ -85,6 +88,7 @@ class OrvidHTTPError : public std::exception {
   static OrvidHTTPError networkConnectionLost(std::string detail);
   static OrvidHTTPError secureConnectionFailed(std::string detail);
   static OrvidHTTPError transportFailed(std::string detail);
+  static OrvidHTTPError redirectRefused(std::string detail);
 
   Case errorCase() const { return case_; }
   // The transport's own description of what went wrong (may be empty).

@@ -31,6 +31,8 @@ class URL {
   static std::optional<URL> parse(std::string_view text);
 
   const std::string& scheme() const { return scheme_; }
+  // "user[:password]" as written before "@"; empty when the URL has none.
+  const std::string& userInfo() const { return userInfo_; }
   const std::string& host() const { return host_; }
   std::optional<int> port() const { return port_; }
   // The percent-encoded path, "" or starting with "/".
