@@ -66,8 +66,10 @@ std::optional<std::string> content(const json& body) {
 }  // namespace
 
 ChatCompletionResult parse(const Bytes& data) {
-  json body = json::parse(data.begin(), data.end());
-  if (!body.is_object()) throw OrvidProviderError::invalidResponse();
+  // Not JSON (including numbers past a double's range) is reported without the reader's
+  // own text, which quotes the body's bytes.
+  json body = json::parse(data.begin(), data.end(), nullptr, /*allow_exceptions=*/false);
+  if (body.is_discarded() || !body.is_object()) throw OrvidProviderError::invalidResponse();
   auto text = content(body);
   if (!text) throw OrvidProviderError::invalidResponse();
 

@@ -13,8 +13,8 @@ namespace orvid::ChatCompletionResponseParser {
 //   (Anthropic messages), else a top-level "content" string;
 // - tokens from a "usage" object: "prompt_tokens" or else "input_tokens", and
 //   "completion_tokens" or else "output_tokens", each when it is an integer.
-// Throws nlohmann::json::parse_error for a body that is not JSON, and
-// OrvidProviderError::invalidResponse for JSON that is not an object or has no content.
+// Throws OrvidProviderError::invalidResponse, whose text never quotes the body, for a
+// body that is not JSON, JSON that is not an object, or an object without content.
 ChatCompletionResult parse(const Bytes& data);
 
 }  // namespace orvid::ChatCompletionResponseParser

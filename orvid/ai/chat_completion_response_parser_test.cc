@@ -1,7 +1,6 @@
 #include "orvid/ai/chat_completion_response_parser.h"
 
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 
 #include "orvid/ai/orvid_provider_error.h"
 
@@ -32,9 +31,12 @@ TEST(ChatCompletionResponseParserTest, ReadsTheContentOfEachShape) {
 }
 
 TEST(ChatCompletionResponseParserTest, RejectsAnswersWithoutUsableContent) {
+  // Broken JSON must not come back quoted in the error: nothing could redact a key it cut off.
   for (const char* body : {R"({"choices":[{"message":{"role":"assistant","content":null}}],"content":"ignored"})",
                            R"({"choices":[{"message":{"role":"assistant"}}]})", R"({"id":"x"})", R"({"content":3})",
-                           R"([{"content":"in an array"}])", R"("text")"}) {
+                           R"([{"content":"in an array"}])", R"("text")", "not json", "",
+                           R"({"choices":[], "api_key": "sk-live-SECRET123)", "1e400",
+                           R"({"content":"ok","usage":{"prompt_tokens":1e400}})"}) {
     try {
       parseText(body);
       FAIL() << "accepted " << body;
@@ -42,8 +44,6 @@ TEST(ChatCompletionResponseParserTest, RejectsAnswersWithoutUsableContent) {
       EXPECT_EQ(error, OrvidProviderError::invalidResponse()) << body;
     }
   }
-  EXPECT_THROW(parseText("not json"), nlohmann::json::parse_error);
-  EXPECT_THROW(parseText(""), nlohmann::json::parse_error);
 }
 
 TEST(ChatCompletionResponseParserTest, ReadsTokenCountsFromEitherNaming) {
@@ -67,15 +67,6 @@ TEST(ChatCompletionResponseParserTest, ReadsTokenCountsFromEitherNaming) {
     EXPECT_EQ(result.rawRequestDebug, std::nullopt);
     EXPECT_EQ(result.rawResponseDebug, std::nullopt);
   }
-}
-
-TEST(ChatCompletionResultTest, SerialisesWithFieldNamesAndOmitsAbsentOptionals) {
-  ChatCompletionResult result{"hi", 3, std::nullopt, "{}", std::nullopt};
-  nlohmann::json json = result;
-  EXPECT_EQ(json, nlohmann::json::parse(R"({"content":"hi","inputTokens":3,"rawRequestDebug":"{}"})"));
-  EXPECT_EQ(json.get<ChatCompletionResult>(), result);
-  EXPECT_EQ(nlohmann::json::parse(R"({"content":""})").get<ChatCompletionResult>(), ChatCompletionResult{});
-  EXPECT_EQ(std::hash<ChatCompletionResult>{}(result), std::hash<ChatCompletionResult>{}(json.get<ChatCompletionResult>()));
 }
 
 }  // namespace

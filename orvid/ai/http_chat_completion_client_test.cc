@@ -152,9 +152,16 @@ TEST(HTTPChatCompletionClientTest, TransportAndParsingErrorsPropagate) {
   HTTPChatCompletionClient broken(failing, storeWith("sk-real"));
   EXPECT_THROW(broken.complete(chat(), openAIProvider(), configurationAt()), OrvidHTTPError);
 
-  HTTPChatCompletionClient notJSON(InMemoryOrvidHTTPClient::answering(200, bytesFromString("<html>")),
-                                   storeWith("sk-real"));
-  EXPECT_THROW(notJSON.complete(chat(), openAIProvider(), configurationAt()), nlohmann::json::parse_error);
+  // A cut-off body: the error names no byte of it, so the key cannot reach the user.
+  HTTPChatCompletionClient brokenJSON(
+      InMemoryOrvidHTTPClient::answering(200, bytesFromString(R"({"choices":[], "api_key": "sk-live-SECRET123)")),
+      storeWith("sk-real"));
+  try {
+    brokenJSON.complete(chat(), openAIProvider(), configurationAt());
+    FAIL() << "broken JSON accepted";
+  } catch (const std::exception& error) {
+    EXPECT_EQ(std::string(error.what()), OrvidProviderError::invalidResponse().what());
+  }
 
   HTTPChatCompletionClient noContent(InMemoryOrvidHTTPClient::answering(200, bytesFromString(R"({"id":1})")),
                                      storeWith("sk-real"));

@@ -3,12 +3,18 @@
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 
 #include <unicode/regex.h>
 #include <unicode/utext.h>
 
+#include "orvid/ai/internal/secret_replacement.h"
+
 namespace orvid::SecretRedactor {
+
+constexpr std::string_view kReplacement = "[REDACTED]";
+
 namespace {
 
 constexpr std::array<const char*, 4> kPatterns = {
@@ -17,8 +23,6 @@ constexpr std::array<const char*, 4> kPatterns = {
     R"((?i)\b((?:x-api-key|api[-_]?key)[ \t]*["']?[ \t]*[:=][ \t]*["']?)[^"'\s,;}\\]+)",
     R"((?i)\b((?:x-[a-z0-9-]*(?:token|secret|credential|key))[ \t]*[:=][ \t]*)[^"'\s,;}\\]+)",
 };
-
-constexpr std::string_view kReplacement = "[REDACTED]";
 
 // The four compiled patterns, built once. A RegexPattern is immutable and may be
 // shared between threads; each call makes its own matchers.
@@ -39,46 +43,52 @@ const std::array<std::unique_ptr<icu::RegexPattern>, 4>& compiledPatterns() {
   return patterns;
 }
 
-// Applies one pattern over the UTF-8 bytes of `text`. Matching runs on a UTF-8
-// UText, whose native indexes are byte offsets, so the bytes between matches are
-// copied from the input untouched.
-std::string replaceAll(const icu::RegexPattern& pattern, const std::string& text) {
-  UErrorCode status = U_ZERO_ERROR;
-  UText* input = utext_openUTF8(nullptr, text.data(), static_cast<int64_t>(text.size()), &status);
-  if (U_FAILURE(status)) return text;
-  std::unique_ptr<UText, decltype(&utext_close)> inputOwner(input, &utext_close);
-
-  std::unique_ptr<icu::RegexMatcher> matcher(pattern.matcher(status));
-  if (U_FAILURE(status)) return text;
-  matcher->reset(input);
-
-  std::string output;
-  output.reserve(text.size());
-  int64_t copied = 0;
-  while (matcher->find(status) && U_SUCCESS(status)) {
-    const int64_t matchStart = matcher->start64(status);
-    const int64_t labelStart = matcher->start64(1, status);
-    const int64_t labelEnd = matcher->end64(1, status);
-    const int64_t matchEnd = matcher->end64(status);
-    if (U_FAILURE(status)) break;
-    output.append(text, static_cast<size_t>(copied), static_cast<size_t>(matchStart - copied));
-    output.append(text, static_cast<size_t>(labelStart), static_cast<size_t>(labelEnd - labelStart));
-    output.append(kReplacement);
-    copied = matchEnd;
-  }
-  if (U_FAILURE(status)) return text;
-  output.append(text, static_cast<size_t>(copied), std::string::npos);
-  return output;
-}
-
 }  // namespace
 
 std::string redact(std::string_view text) {
   std::string result(text);
   for (const auto& pattern : compiledPatterns()) {
-    result = replaceAll(*pattern, result);
+    UErrorCode status = U_ZERO_ERROR;
+    std::unique_ptr<icu::RegexMatcher> matcher(pattern->matcher(status));
+    std::optional<std::string> replaced;
+    if (U_SUCCESS(status)) replaced = internal::replaceSecrets(*matcher, result);
+    // Fail closed: a text that could not be searched may still hold a secret.
+    if (!replaced) return std::string(kReplacement);
+    result = std::move(*replaced);
   }
   return result;
 }
 
 }  // namespace orvid::SecretRedactor
+
+namespace orvid::internal {
+
+// Matching runs on a UTF-8 UText, whose native indexes are byte offsets, so the bytes
+// between matches are copied from the input untouched.
+std::optional<std::string> replaceSecrets(icu::RegexMatcher& matcher, const std::string& text) {
+  UErrorCode status = U_ZERO_ERROR;
+  UText* input = utext_openUTF8(nullptr, text.data(), static_cast<int64_t>(text.size()), &status);
+  if (U_FAILURE(status)) return std::nullopt;
+  std::unique_ptr<UText, decltype(&utext_close)> inputOwner(input, &utext_close);
+  matcher.reset(input);
+
+  std::string output;
+  output.reserve(text.size());
+  int64_t copied = 0;
+  while (matcher.find(status) && U_SUCCESS(status)) {
+    const int64_t matchStart = matcher.start64(status);
+    const int64_t labelStart = matcher.start64(1, status);
+    const int64_t labelEnd = matcher.end64(1, status);
+    const int64_t matchEnd = matcher.end64(status);
+    if (U_FAILURE(status)) return std::nullopt;
+    output.append(text, static_cast<size_t>(copied), static_cast<size_t>(matchStart - copied));
+    output.append(text, static_cast<size_t>(labelStart), static_cast<size_t>(labelEnd - labelStart));
+    output.append(SecretRedactor::kReplacement);
+    copied = matchEnd;
+  }
+  if (U_FAILURE(status)) return std::nullopt;
+  output.append(text, static_cast<size_t>(copied), std::string::npos);
+  return output;
+}
+
+}  // namespace orvid::internal

@@ -13,7 +13,8 @@ namespace orvid::SecretRedactor {
 //   "Bearer <secret>" / "token <secret>" on their own,
 //   "x-api-key: <secret>", "api_key=<secret>", "apiKey": "<secret>" and the like,
 //   "X-...-Token: <secret>" and other X- headers ending in token/secret/credential/key.
-// Every other byte of `text`, including malformed UTF-8, is returned unchanged.
+// Every other byte of `text`, including malformed UTF-8, is returned unchanged. Should
+// the regular-expression engine fail, the whole text comes back as "[REDACTED]".
 std::string redact(std::string_view text);
 
 }  // namespace orvid::SecretRedactor

@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include "orvid/ai/internal/secret_replacement.h"
+
 namespace orvid {
 namespace {
 
@@ -121,6 +123,19 @@ TEST(SecretRedactorTest, RedactingTwiceGivesTheSameText) {
   EXPECT_EQ(SecretRedactor::redact(once), once);
   EXPECT_EQ(once.find("t1"), std::string::npos);
   EXPECT_EQ(once.find("t4"), std::string::npos);
+}
+
+TEST(SecretRedactorTest, AnEngineFailureGivesNoTextBack) {
+  // Catastrophic backtracking under a tiny time limit makes ICU report an error mid-search.
+  UErrorCode status = U_ZERO_ERROR;
+  UParseError parseError{};
+  std::unique_ptr<icu::RegexPattern> pattern(
+      icu::RegexPattern::compile(icu::UnicodeString::fromUTF8("(x-api-key: )(a+)+$"), 0, parseError, status));
+  ASSERT_TRUE(U_SUCCESS(status));
+  std::unique_ptr<icu::RegexMatcher> matcher(pattern->matcher(status));
+  ASSERT_TRUE(U_SUCCESS(status));
+  matcher->setTimeLimit(1, status);
+  EXPECT_EQ(internal::replaceSecrets(*matcher, "x-api-key: " + std::string(40, 'a') + "!"), std::nullopt);
 }
 
 }  // namespace
