@@ -15,6 +15,7 @@
 #include <cerrno>
 #include <cstring>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 extern char** environ;
@@ -287,39 +288,136 @@ void ChildProcess::killAndReap() noexcept {
   reaped_ = true;
 }
 
-ChildProcessOutcome ChildProcess::supervise(Supervision supervision) {
+// One supervision of a child: its pipes, its timers and how it is being ended.
+class ChildProcess::Supervisor {
+ public:
   using Clock = std::chrono::steady_clock;
-  ChildProcessOutcome outcome;
-  std::stop_callback onStop(supervision.stop, [terminator = terminator_] { terminator->requestTermination(); });
 
-  std::size_t inputWritten = 0;
-  if (stdin_ && standardInput_.empty()) stdin_.reset();
+  Supervisor(ChildProcess& child, Supervision& supervision)
+      : child_(child), supervision_(supervision), deadlineHandled_(!supervision.deadline.has_value()) {
+    if (child_.stdin_ && child_.standardInput_.empty()) child_.stdin_.reset();
+  }
 
-  std::optional<Clock::time_point> killAt;
-  bool killed = false;
-  bool deadlineHandled = !supervision.deadline.has_value();
-  auto beginTermination = [&] {
-    if (outcome.terminated) return;
-    outcome.terminated = true;
-    signalChildAndGroup(pid_, SIGTERM);
-    killAt = Clock::now() + terminationGracePeriod;
-  };
+  // Waits for the child's exit (or, with returnAtDeadline, for the deadline) while
+  // moving data through the pipes. True when the child exited.
+  bool runUntilExit() {
+    while (true) {
+      if (pollOnce()) return true;
+      if (handleTimers()) return false;
+    }
+  }
+
+  // Reads what the child wrote before it exited, which is in the pipes now; only
+  // that, since a descendant may keep writing for as long as it likes.
+  void drainAfterExit() {
+    child_.stdin_.reset();
+    for (auto [fd, toStdout] : {std::pair<UniqueFd*, bool>{&child_.stdout_, true},
+                                std::pair<UniqueFd*, bool>{&child_.stderr_, false}}) {
+      if (!*fd) continue;
+      int available = 0;
+      if (::ioctl(fd->get(), FIONREAD, &available) < 0) available = 0;
+      std::string rest(static_cast<std::size_t>(available), '\0');
+      std::size_t got = 0;
+      while (got < rest.size()) {
+        ssize_t n = ::read(fd->get(), rest.data() + got, rest.size() - got);
+        if (n > 0) {
+          got += static_cast<std::size_t>(n);
+        } else if (n < 0 && errno == EINTR) {
+          continue;
+        } else {
+          break;
+        }
+      }
+      if (got > 0 && supervision_.onOutput) supervision_.onOutput(std::string_view(rest.data(), got), toStdout);
+      fd->reset();
+    }
+  }
+
+  ChildProcessOutcome& outcome() { return outcome_; }
+
+  void beginTermination() {
+    if (outcome_.terminated) return;
+    outcome_.terminated = true;
+    signalChildAndGroup(child_.pid_, SIGTERM);
+    if (supervision_.killAfter) killAt_ = Clock::now() + *supervision_.killAfter;
+  }
+
+ private:
+  // One wait for the pipes, the exit descriptor and the termination request. True on exit.
+  bool pollOnce() {
+    std::array<pollfd, 5> fds{};
+    nfds_t count = 0;
+    int outIndex = -1, errIndex = -1, inIndex = -1, wakeIndex = -1;
+    auto add = [&](int fd, short events) {
+      fds[count] = {fd, events, 0};
+      return static_cast<int>(count++);
+    };
+    if (child_.stdout_) outIndex = add(child_.stdout_.get(), POLLIN);
+    if (child_.stderr_) errIndex = add(child_.stderr_.get(), POLLIN);
+    if (child_.stdin_) inIndex = add(child_.stdin_.get(), POLLOUT);
+    int exitIndex = add(child_.exitDescriptor_.get(), POLLIN);
+    if (!outcome_.terminated) wakeIndex = add(child_.terminator_->wakeDescriptor(), POLLIN);
+
+    int ready = ::poll(fds.data(), count, pollTimeout());
+    if (ready < 0) {
+      if (errno == EINTR) return false;
+      throwSystemError("poll");
+    }
+    constexpr short readable = POLLIN | POLLHUP | POLLERR;
+    if (outIndex >= 0 && (fds[outIndex].revents & readable)) readOnce(child_.stdout_, true);
+    if (errIndex >= 0 && (fds[errIndex].revents & readable)) readOnce(child_.stderr_, false);
+    if (inIndex >= 0 && (fds[inIndex].revents & (POLLOUT | POLLHUP | POLLERR))) writeInput();
+    if (wakeIndex >= 0 && (fds[wakeIndex].revents & POLLIN)) beginTermination();
+    return (fds[exitIndex].revents & POLLIN) != 0;
+  }
+
+  // Milliseconds until the next timer, or -1 for none.
+  int pollTimeout() const {
+    std::optional<Clock::time_point> next;
+    if (!deadlineHandled_) next = supervision_.deadline;
+    if (killAt_ && !killed_) next = next ? std::min(*next, *killAt_) : *killAt_;
+    if (!next) return -1;
+    auto remaining = std::chrono::ceil<std::chrono::milliseconds>(*next - Clock::now()).count();
+    return static_cast<int>(std::clamp<long long>(remaining, 0, 24 * 60 * 60 * 1000));
+  }
+
+  // Acts on the deadline and the kill timer; true when supervision should return now.
+  bool handleTimers() {
+    auto now = Clock::now();
+    if (!deadlineHandled_ && now >= *supervision_.deadline) {
+      deadlineHandled_ = true;
+      outcome_.deadlinePassed = true;
+      if (supervision_.onDeadline) supervision_.onDeadline();
+      beginTermination();
+      if (supervision_.returnAtDeadline) return true;
+    }
+    if (killAt_ && !killed_ && now >= *killAt_) {
+      signalChildAndGroup(child_.pid_, SIGKILL);
+      killed_ = true;
+    }
+    return false;
+  }
+
   // Reads once from `fd`; closes it at end of file or on a read error.
-  auto readOnce = [&](UniqueFd& fd, bool toStdout) {
+  void readOnce(UniqueFd& fd, bool toStdout) {
     char buffer[kReadChunkSize];
     ssize_t count = ::read(fd.get(), buffer, sizeof buffer);
     if (count > 0) {
-      if (supervision.onOutput) supervision.onOutput(std::string_view(buffer, static_cast<std::size_t>(count)), toStdout);
+      if (supervision_.onOutput) {
+        supervision_.onOutput(std::string_view(buffer, static_cast<std::size_t>(count)), toStdout);
+      }
     } else if (count == 0 || (errno != EAGAIN && errno != EINTR)) {
       fd.reset();
     }
-  };
-  auto writeInput = [&] {
+  }
+
+  void writeInput() {
     SigpipeSuppression suppression;
-    while (inputWritten < standardInput_.size()) {
-      ssize_t count = ::write(stdin_.get(), standardInput_.data() + inputWritten, standardInput_.size() - inputWritten);
+    const std::string& input = child_.standardInput_;
+    while (inputWritten_ < input.size()) {
+      ssize_t count = ::write(child_.stdin_.get(), input.data() + inputWritten_, input.size() - inputWritten_);
       if (count > 0) {
-        inputWritten += static_cast<std::size_t>(count);
+        inputWritten_ += static_cast<std::size_t>(count);
       } else if (count < 0 && errno == EINTR) {
         continue;
       } else if (count < 0 && errno == EAGAIN) {
@@ -328,83 +426,27 @@ ChildProcessOutcome ChildProcess::supervise(Supervision supervision) {
         break;  // The child closed its end: the rest of the input is not wanted.
       }
     }
-    stdin_.reset();
-  };
-
-  bool exited = false;
-  while (!exited) {
-    std::array<pollfd, 5> fds{};
-    nfds_t count = 0;
-    int outIndex = -1, errIndex = -1, inIndex = -1, wakeIndex = -1;
-    if (stdout_) { outIndex = static_cast<int>(count); fds[count++] = {stdout_.get(), POLLIN, 0}; }
-    if (stderr_) { errIndex = static_cast<int>(count); fds[count++] = {stderr_.get(), POLLIN, 0}; }
-    if (stdin_) { inIndex = static_cast<int>(count); fds[count++] = {stdin_.get(), POLLOUT, 0}; }
-    int exitIndex = static_cast<int>(count);
-    fds[count++] = {exitDescriptor_.get(), POLLIN, 0};
-    if (!outcome.terminated) {
-      wakeIndex = static_cast<int>(count);
-      fds[count++] = {terminator_->wakeDescriptor(), POLLIN, 0};
-    }
-
-    std::optional<Clock::time_point> nextTimer;
-    if (!deadlineHandled) nextTimer = supervision.deadline;
-    if (killAt && !killed) nextTimer = nextTimer ? std::min(*nextTimer, *killAt) : *killAt;
-    int timeout = -1;
-    if (nextTimer) {
-      auto remaining = std::chrono::ceil<std::chrono::milliseconds>(*nextTimer - Clock::now()).count();
-      timeout = static_cast<int>(std::clamp<long long>(remaining, 0, 24 * 60 * 60 * 1000));
-    }
-    int ready = ::poll(fds.data(), count, timeout);
-    if (ready < 0) {
-      if (errno == EINTR) continue;
-      throwSystemError("poll");
-    }
-
-    constexpr short readable = POLLIN | POLLHUP | POLLERR;
-    if (outIndex >= 0 && (fds[outIndex].revents & readable)) readOnce(stdout_, true);
-    if (errIndex >= 0 && (fds[errIndex].revents & readable)) readOnce(stderr_, false);
-    if (inIndex >= 0 && (fds[inIndex].revents & (POLLOUT | POLLHUP | POLLERR))) writeInput();
-    if (wakeIndex >= 0 && (fds[wakeIndex].revents & POLLIN)) beginTermination();
-    if (fds[exitIndex].revents & POLLIN) exited = true;
-
-    auto now = Clock::now();
-    if (!deadlineHandled && now >= *supervision.deadline) {
-      deadlineHandled = true;
-      if (!exited) {
-        outcome.deadlinePassed = true;
-        if (supervision.onDeadline) supervision.onDeadline();
-        beginTermination();
-      }
-    }
-    if (killAt && !killed && now >= *killAt && !exited) {
-      signalChildAndGroup(pid_, SIGKILL);
-      killed = true;
-    }
+    child_.stdin_.reset();
   }
 
-  stdin_.reset();
-  // What the child wrote before it exited is in the pipes now; read exactly that,
-  // since a descendant may keep writing for as long as it likes.
-  for (auto [fd, toStdout] : {std::pair<UniqueFd*, bool>{&stdout_, true}, std::pair<UniqueFd*, bool>{&stderr_, false}}) {
-    if (!*fd) continue;
-    int available = 0;
-    if (::ioctl(fd->get(), FIONREAD, &available) < 0) available = 0;
-    std::string rest(static_cast<std::size_t>(available), '\0');
-    std::size_t got = 0;
-    while (got < rest.size()) {
-      ssize_t n = ::read(fd->get(), rest.data() + got, rest.size() - got);
-      if (n > 0) {
-        got += static_cast<std::size_t>(n);
-      } else if (n < 0 && errno == EINTR) {
-        continue;
-      } else {
-        break;
-      }
-    }
-    if (got > 0 && supervision.onOutput) supervision.onOutput(std::string_view(rest.data(), got), toStdout);
-    fd->reset();
-  }
+  ChildProcess& child_;
+  Supervision& supervision_;
+  ChildProcessOutcome outcome_;
+  std::size_t inputWritten_ = 0;
+  bool deadlineHandled_;
+  std::optional<Clock::time_point> killAt_;
+  bool killed_ = false;
+};
 
+ChildProcessOutcome ChildProcess::supervise(Supervision supervision) {
+  std::stop_callback onStop(supervision.stop, [terminator = terminator_] { terminator->requestTermination(); });
+  Supervisor supervisor(*this, supervision);
+  if (!supervisor.runUntilExit()) {
+    supervisor.outcome().stillRunning = true;
+    return supervisor.outcome();
+  }
+  supervisor.drainAfterExit();
+  ChildProcessOutcome outcome = supervisor.outcome();
   // The child is a zombie until reaped, so its group id cannot be taken by
   // anyone else yet: end what is left of a group that was asked to terminate.
   if (outcome.terminated) signalChildAndGroup(pid_, SIGKILL);
@@ -420,6 +462,16 @@ ChildProcessOutcome ChildProcess::supervise(Supervision supervision) {
     outcome.terminationStatus = -1;
   }
   return outcome;
+}
+
+void ChildProcess::reapWhenEnded() {
+  if (pid_ <= 0 || reaped_) return;
+  reaped_ = true;
+  stdin_.reset();
+  stdout_.reset();
+  stderr_.reset();
+  exitDescriptor_.reset();
+  std::thread([pid = pid_] { waitForStatus(pid); }).detach();
 }
 
 }  // namespace orvid

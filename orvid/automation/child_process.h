@@ -101,6 +101,9 @@ struct ChildProcessOutcome {
   bool deadlinePassed = false;
   // The child was sent the terminate signal (deadline, termination request or stop).
   bool terminated = false;
+  // Supervision returned at the deadline while the child was still running
+  // (Supervision::returnAtDeadline); terminationStatus is then meaningless.
+  bool stillRunning = false;
 };
 
 // One child process in a process group of its own, with pipes for its standard
@@ -134,20 +137,31 @@ class ChildProcess {
     std::function<void()> onDeadline;
     // Stopping terminates the child, like a termination request.
     std::stop_token stop;
+    // Time between the terminate signal and the kill signal; absent: no kill signal
+    // while the child runs (a child that ignores the terminate signal runs on).
+    std::optional<std::chrono::milliseconds> killAfter = terminationGracePeriod;
+    // Return as soon as the deadline has passed and the terminate signal was sent,
+    // without waiting for the child to end.
+    bool returnAtDeadline = false;
   };
 
   // Blocks until the child has ended and been reaped, writing its standard input,
   // reading both output pipes as data arrives (so a child with a lot to say never
   // stalls on a full pipe) and ending it when asked. Ending sends the terminate
   // signal to the child's process group, and the kill signal to the group when
-  // the child is still running `terminationGracePeriod` later; once the child has
-  // ended after a terminate signal, what is left of its group is killed. Output
+  // the child is still running `killAfter` later; once the child has ended after
+  // a terminate signal, what is left of its group is killed. Output
   // still buffered in the pipes when the child exits is read before returning;
   // output of descendants that keep the pipes open afterwards is not waited for.
   // Call at most once.
   ChildProcessOutcome supervise(Supervision supervision);
 
+  // Leaves a child that is still running alone: nothing signals it any more, the
+  // destructor no longer kills it, and a background thread reaps it once it ends.
+  void reapWhenEnded();
+
  private:
+  class Supervisor;
   ChildProcess() = default;
   void killAndReap() noexcept;
 

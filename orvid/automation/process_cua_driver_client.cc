@@ -1,7 +1,7 @@
 #include "orvid/automation/process_cua_driver_client.h"
 
 #include <algorithm>
-#include <cerrno>
+#include <system_error>
 #include <string_view>
 
 #include <nlohmann/json.hpp>
@@ -63,7 +63,8 @@ std::optional<std::string> ProcessCUADriverClient::resolveExecutable() const {
     std::string path = trimmed(decodeUTF8OrEmpty(answer.stdout));
     if (path.empty()) return std::nullopt;
     return path;
-  } catch (const ProcessLaunchError&) {
+  } catch (const std::exception&) {
+    // Not launchable, or no descriptors or memory left to launch it with.
     return std::nullopt;
   }
 }
@@ -79,12 +80,25 @@ ProcessCUADriverClient::CommandOutput ProcessCUADriverClient::runStatusCommand(
     CollectedRun answer = collect(child, std::move(supervision));
     return {SecretRedactor::redact(decodeUTF8OrEmpty(answer.stdout)),
             SecretRedactor::redact(decodeUTF8OrEmpty(answer.stderr))};
-  } catch (const ProcessLaunchError& error) {
+  } catch (const std::exception& error) {
+    // A launch that failed, also for want of descriptors or memory.
     return {"", SecretRedactor::redact(error.what())};
   }
 }
 
 CUADriverStatus ProcessCUADriverClient::status(std::stop_token stop) {
+  try {
+    return checkStatus(stop);
+  } catch (const std::exception& error) {
+    CUADriverStatus failed;
+    failed.readiness = CUADriverReadiness::error;
+    failed.checkedAt = now_();
+    failed.lastError = SecretRedactor::redact(error.what());
+    return failed;
+  }
+}
+
+CUADriverStatus ProcessCUADriverClient::checkStatus(std::stop_token stop) {
   std::optional<std::string> path = resolveExecutable();
   if (!path) {
     CUADriverStatus notInstalled;
@@ -103,7 +117,7 @@ CUADriverStatus ProcessCUADriverClient::status(std::stop_token stop) {
 
 CUAExecutionResult ProcessCUADriverClient::run(const CUAExecutionRequest& request, std::stop_token stop) {
   std::optional<std::string> path = resolveExecutable();
-  if (!path) throw ProcessLaunchError(executableName, ENOENT);
+  if (!path) throw std::system_error(std::make_error_code(std::errc::no_such_file_or_directory), executableName);
   std::string encoded = nlohmann::json(request).dump();
 
   ChildProcess child = ChildProcess::launch({*path, {"run", "--json"}, std::nullopt, std::move(encoded)});
@@ -122,9 +136,13 @@ CUAExecutionResult ProcessCUADriverClient::run(const CUAExecutionRequest& reques
     }
   };
 
+  // Ending the run sends the terminate signal only; at the deadline the run fails at
+  // once, and a tool that ignores the signal is left to end in its own time.
   ChildProcess::Supervision supervision;
   supervision.deadline = std::chrono::steady_clock::now() + std::chrono::seconds(std::max(request.timeoutSeconds, 1));
   supervision.stop = std::move(stop);
+  supervision.killAfter.reset();
+  supervision.returnAtDeadline = true;
   CollectedRun collected;
   try {
     collected = collect(child, std::move(supervision));
@@ -133,6 +151,7 @@ CUAExecutionResult ProcessCUADriverClient::run(const CUAExecutionRequest& reques
     throw;
   }
   unregister();
+  if (collected.outcome.stillRunning) child.reapWhenEnded();
   if (collected.outcome.deadlinePassed) throw CUADriverClientError::timedOut(request.timeoutSeconds);
   return {request.executionID, collected.outcome.terminationStatus,
           SecretRedactor::redact(decodeUTF8OrEmpty(collected.stdout)),

@@ -62,22 +62,23 @@ class ProcessCUADriverClient : public CUADriverClient {
   // calls run one after another) and parses their answers with
   // CUADriverStatusParser. A tool that is not found reports notInstalled. Stopping
   // `stop` ends the command that runs; the status is then made from what was
-  // printed before. Never throws.
+  // printed before. Never throws: a failure of this process (no descriptors left,
+  // say) gives readiness error with the failure as last error.
   CUADriverStatus status(std::stop_token stop = {}) override;
 
-  // Runs one instruction. Throws ProcessLaunchError when the tool is not found
-  // (error number ENOENT) or cannot be started, CUADriverClientError::timedOut
-  // when max(timeoutSeconds, 1) seconds pass first (the tool is then terminated),
-  // and nlohmann::json::exception when the request cannot be encoded (its text is
-  // not UTF-8; nothing is started then). A run ended by cancel() or by `stop`
-  // returns the tool's own result: its termination status (the signal's number
-  // when a signal ended it) and what it printed. When this returns or throws the
-  // tool and every process of its group have ended.
+  // Runs one instruction. Throws std::system_error with
+  // std::errc::no_such_file_or_directory when the tool is not found,
+  // ProcessLaunchError when it cannot be started, CUADriverClientError::timedOut
+  // as soon as max(timeoutSeconds, 1) seconds pass (the tool is then sent the
+  // terminate signal and left to end), and nlohmann::json::exception when the
+  // request cannot be encoded (its text is not UTF-8; nothing is started then).
+  // A run ended by cancel() or by `stop` returns the tool's own result once it has
+  // ended: its termination status (the signal's number when a signal ended it) and
+  // what it printed.
   CUAExecutionResult run(const CUAExecutionRequest& request, std::stop_token stop = {}) override;
 
-  // Sends the run of `executionID` the terminate signal (the kill signal follows
-  // 0.8 s later when it is still running). Does nothing for an identifier that is
-  // not running.
+  // Sends the run of `executionID` the terminate signal, and no kill signal
+  // afterwards. Does nothing for an identifier that is not running.
   void cancel(const UUID& executionID) override;
 
   // True while a run of `executionID` is in progress.
@@ -93,6 +94,7 @@ class ProcessCUADriverClient : public CUADriverClient {
     std::string stdout;
     std::string stderr;
   };
+  CUADriverStatus checkStatus(std::stop_token stop);
   CommandOutput runStatusCommand(const std::string& path, const std::vector<std::string>& arguments,
                                  std::stop_token stop);
 
