@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <optional>
@@ -24,37 +25,41 @@ enum class LoopbackScenario {
   dropConnection,
 };
 
+// A fake cloud service on a loopback server. Its routes stay installed when the
+// object goes.
+class LoopbackService {
+ public:
+  void setScenario(LoopbackScenario scenario) { scenario_->store(scenario); }
+  // The server's URL followed by the path prefix, e.g. "http://127.0.0.1:40123/v1".
+  const std::string& baseURL() const { return baseURL_; }
+
+ protected:
+  LoopbackService(const LoopbackHTTPServer& server, const std::string& pathPrefix)
+      : baseURL_(server.baseURL() + pathPrefix) {}
+
+  std::shared_ptr<std::atomic<LoopbackScenario>> scenario_ =
+      std::make_shared<std::atomic<LoopbackScenario>>(LoopbackScenario::answer);
+  std::string baseURL_;
+};
+
 // The OpenAI endpoints "POST {prefix}/audio/transcriptions" (multipart/form-data
-// with "file", "model" and the optional "language", "prompt", "response_format",
-// "temperature") and "POST {prefix}/chat/completions", checked and answered as the
-// public API reference describes them, with bearer authentication.
+// with "file", "model" and the optional "language", "prompt", "response_format"
+// (json only), "temperature") and "POST {prefix}/chat/completions", checked and
+// answered as the public API reference describes them, with bearer authentication.
 struct LoopbackOpenAIServiceOptions {
   std::string pathPrefix = "/v1";
   std::string apiKey = "sk-loopback-openai-key";
   std::string transcript = "Hello from the loopback service.";
-  // Reported as "language" in verbose_json answers.
-  std::string transcriptLanguage = "english";
   // The assistant's reply; with a JSON-schema response format, the value of
   // every string property of the schema.
   std::string chatReply = "Hello from the loopback model.";
   std::chrono::milliseconds slowAnswerDelay{10'000};
 };
 
-class LoopbackOpenAIService {
+class LoopbackOpenAIService : public LoopbackService {
  public:
   using Options = LoopbackOpenAIServiceOptions;
-
-  // Installs both routes on `server`; they stay installed when this object goes.
   explicit LoopbackOpenAIService(LoopbackHTTPServer& server, Options options = {});
-
-  void setScenario(LoopbackScenario scenario);
-  // The server's URL followed by the path prefix, e.g. "http://127.0.0.1:40123/v1".
-  const std::string& baseURL() const { return baseURL_; }
-
- private:
-  struct State;
-  std::shared_ptr<State> state_;
-  std::string baseURL_;
 };
 
 // The Anthropic endpoint "POST {prefix}/messages", checked and answered as the
@@ -68,19 +73,10 @@ struct LoopbackAnthropicServiceOptions {
   std::chrono::milliseconds slowAnswerDelay{10'000};
 };
 
-class LoopbackAnthropicService {
+class LoopbackAnthropicService : public LoopbackService {
  public:
   using Options = LoopbackAnthropicServiceOptions;
-
   explicit LoopbackAnthropicService(LoopbackHTTPServer& server, Options options = {});
-
-  void setScenario(LoopbackScenario scenario);
-  const std::string& baseURL() const { return baseURL_; }
-
- private:
-  struct State;
-  std::shared_ptr<State> state_;
-  std::string baseURL_;
 };
 
 // Checks that `bytes` hold a RIFF/WAVE file with 16-bit PCM samples and a data

@@ -1,5 +1,7 @@
 #include "orvid/testing/loopback_http_server.h"
 
+#include <strings.h>
+
 #include <algorithm>
 #include <condition_variable>
 #include <map>
@@ -14,26 +16,16 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-bool sameName(std::string_view a, std::string_view b) {
-  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-           return std::tolower(static_cast<unsigned char>(x)) == std::tolower(static_cast<unsigned char>(y));
-         });
-}
-
 LoopbackRequest describe(const httplib::Request& request) {
   LoopbackRequest described;
   described.method = request.method;
   described.path = request.path;
-  for (const auto& [name, value] : request.params) described.queryItems.emplace_back(name, value);
   for (const auto& [name, value] : request.headers) described.headers.emplace_back(name, value);
   return described;
 }
 
-LoopbackReply jsonError(int status, std::string message) {
-  LoopbackReply reply;
-  reply.status = status;
-  reply.body = R"({"error":{"message":")" + std::move(message) + R"(","type":"invalid_request_error"}})";
-  return reply;
+LoopbackReply jsonError(int status, const std::string& message) {
+  return makeReply(status, R"({"error":{"message":")" + message + R"(","type":"invalid_request_error"}})");
 }
 
 }  // namespace
@@ -50,7 +42,7 @@ LoopbackReply makeReply(int status, std::string body, std::string contentType,
 
 std::optional<std::string> LoopbackRequest::header(std::string_view name) const {
   for (const auto& [key, value] : headers) {
-    if (sameName(key, name)) return value;
+    if (key.size() == name.size() && ::strncasecmp(key.data(), name.data(), name.size()) == 0) return value;
   }
   return std::nullopt;
 }
@@ -180,8 +172,6 @@ LoopbackHTTPServer::LoopbackHTTPServer() : state_(std::make_shared<State>()) {
 }
 
 LoopbackHTTPServer::~LoopbackHTTPServer() { stop(); }
-
-int LoopbackHTTPServer::port() const { return state_->port; }
 
 std::string LoopbackHTTPServer::baseURL() const { return "http://127.0.0.1:" + std::to_string(state_->port); }
 

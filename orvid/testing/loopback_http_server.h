@@ -18,14 +18,12 @@ struct LoopbackMultipartPart {
   std::string filename;
   std::string contentType;
   std::string content;
-  bool operator==(const LoopbackMultipartPart&) const = default;
 };
 
 // A request as the server received it.
 struct LoopbackRequest {
   std::string method;
   std::string path;
-  std::vector<std::pair<std::string, std::string>> queryItems;
   std::vector<std::pair<std::string, std::string>> headers;
   // The body as received; empty for multipart bodies, which arrive as `parts`.
   std::string body;
@@ -69,8 +67,7 @@ class LoopbackHTTPServer {
   LoopbackHTTPServer(const LoopbackHTTPServer&) = delete;
   LoopbackHTTPServer& operator=(const LoopbackHTTPServer&) = delete;
 
-  int port() const;
-  // "http://127.0.0.1:" + port.
+  // "http://127.0.0.1:" + the port.
   std::string baseURL() const;
 
   // Answers `method` requests for exactly `path` with `handler`, replacing an
