@@ -1,5 +1,6 @@
 #include "orvid/platform/base64.h"
 
+#include <optional>
 #include <random>
 #include <string>
 #include <vector>
@@ -9,46 +10,41 @@
 namespace orvid {
 namespace {
 
-TEST(Base64Test, EncodesTheRFC4648Vectors) {
+TEST(Base64Test, EncodesAndDecodesTheRFC4648VectorsAndHighBytes) {
   const std::vector<std::pair<std::string, std::string>> vectors = {
-      {"", ""},          {"f", "Zg=="},         {"fo", "Zm8="},         {"foo", "Zm9v"},
-      {"foob", "Zm9vYg=="}, {"fooba", "Zm9vYmE="}, {"foobar", "Zm9vYmFy"},
+      {"", ""},         {"f", "Zg=="},         {"fo", "Zm8="},         {"foo", "Zm9v"},
+      {"foob", "Zm9vYg=="}, {"fooba", "Zm9vYmE="}, {"foobar", "Zm9vYmFy"}, {std::string("\xFB\xFF\xBF\0\x3E", 5), "+/+/AD4="},
   };
   for (const auto& [plain, encoded] : vectors) {
-    EXPECT_EQ(Base64::encode(plain), encoded) << plain;
-    EXPECT_EQ(Base64::encode(std::span<const std::uint8_t>(bytesFromString(plain))), encoded) << plain;
-    EXPECT_EQ(Base64::decode(encoded), bytesFromString(plain)) << encoded;
+    SCOPED_TRACE(encoded);
+    EXPECT_EQ(Base64::encode(plain), encoded);
+    EXPECT_EQ(Base64::encode(std::span<const std::uint8_t>(bytesFromString(plain))), encoded);
+    EXPECT_EQ(Base64::decode(encoded), bytesFromString(plain));
   }
 }
 
-TEST(Base64Test, UsesTheStandardAlphabetForHighBytes) {
-  const Bytes bytes = {0xFB, 0xFF, 0xBF, 0x00, 0x3E};
-  EXPECT_EQ(Base64::encode(bytes), "+/+/AD4=");
-  EXPECT_EQ(Base64::decode("+/+/AD4="), bytes);
-}
-
-TEST(Base64Test, DecodesWithoutPaddingAndSkipsWhiteSpace) {
-  EXPECT_EQ(Base64::decode("Zg"), bytesFromString("f"));
-  EXPECT_EQ(Base64::decode("Zm8"), bytesFromString("fo"));
-  EXPECT_EQ(Base64::decode("Zm9v\r\nYmFy"), bytesFromString("foobar"));
-  EXPECT_EQ(Base64::decode(" Zm9v\tYg== \n"), bytesFromString("foob"));
-}
-
-TEST(Base64Test, RejectsMalformedInput) {
-  const std::vector<std::string> malformed = {
-      "Z",          // a lone symbol carries no whole byte
-      "Zm9vY",      // five symbols
-      "Zg=",        // padding short of a whole quantum
-      "Zg===",      // too much padding
-      "====",       // padding only
-      "=",          //
-      "Zg==Zg==",   // data after padding
-      "Zm9v!",      // outside the alphabet
-      "Zm9v-_",     // the URL-safe alphabet is not standard base64
-      "Zm9vYmFy=",  // padding after a whole quantum
-      std::string("Zm\0v", 4),
+TEST(Base64Test, DecodesWithoutPaddingAndSkipsWhiteSpaceButRejectsMalformedInput) {
+  const std::vector<std::pair<std::string, std::optional<std::string>>> cases = {
+      {"Zg", "f"},
+      {"Zm8", "fo"},
+      {"Zm9v\r\nYmFy", "foobar"},
+      {" Zm9v\tYg== \n", "foob"},
+      {"Z", std::nullopt},          // a lone symbol carries no whole byte
+      {"Zm9vY", std::nullopt},      // five symbols
+      {"Zg=", std::nullopt},        // padding short of a whole quantum
+      {"Zg===", std::nullopt},      // too much padding
+      {"====", std::nullopt},       // padding only
+      {"=", std::nullopt},
+      {"Zg==Zg==", std::nullopt},   // data after padding
+      {"Zm9v!", std::nullopt},      // outside the alphabet
+      {"Zm9v-_", std::nullopt},     // the URL-safe alphabet is not standard base64
+      {"Zm9vYmFy=", std::nullopt},  // padding after a whole quantum
+      {std::string("Zm\0v", 4), std::nullopt},
   };
-  for (const auto& text : malformed) EXPECT_EQ(Base64::decode(text), std::nullopt) << '"' << text << '"';
+  for (const auto& [text, plain] : cases) {
+    SCOPED_TRACE('"' + text + '"');
+    EXPECT_EQ(Base64::decode(text), plain ? std::optional(bytesFromString(*plain)) : std::nullopt);
+  }
 }
 
 TEST(Base64Test, RandomBytesRoundTrip) {
@@ -58,8 +54,6 @@ TEST(Base64Test, RandomBytesRoundTrip) {
     for (auto& b : bytes) b = static_cast<std::uint8_t>(random());
     std::string encoded = Base64::encode(bytes);
     EXPECT_EQ(encoded.size(), (length + 2) / 3 * 4);
-    EXPECT_EQ(encoded.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/="),
-              std::string::npos);
     EXPECT_EQ(Base64::decode(encoded), bytes) << "length " << length;
   }
 }

@@ -64,52 +64,28 @@ TEST(UserDefaultsTest, ReadsSwitchesTheWayTheMacDoes) {
   }
 }
 
-TEST(UserDefaultsTest, ValuesRoundTripThroughTheFile) {
-  TemporaryDirectory folder;
-  const fs::path file = folder / "settings.json";
-  {
-    UserDefaults defaults(file);
-    EXPECT_EQ(defaults.dictionary(), nlohmann::json::object());
-    defaults.set("selectedProvider", "openai");
-    defaults.set("useHfMirror", true);
-    defaults.set("legacyFlag", 1);
-    defaults.set("languages", nlohmann::json::array({"en", "zh-Hans"}));
-    defaults.set("nested", {{"a", 1}, {"b", nullptr}});
-    defaults.set("selectedProvider", "soniox");
-  }
-  UserDefaults reread(file);
-  EXPECT_EQ(reread.string("selectedProvider"), "soniox");
-  EXPECT_EQ(reread.boolean("useHfMirror"), true);
-  EXPECT_EQ(reread.boolean("legacyFlag"), true);
-  EXPECT_EQ(reread.value("languages"), nlohmann::json::array({"en", "zh-Hans"}));
-  EXPECT_EQ(reread.value("nested"), (nlohmann::json{{"a", 1}, {"b", nullptr}}));
-  EXPECT_EQ(reread.dictionary().size(), 5u);
-  // Wrong kinds read as absent.
-  EXPECT_EQ(reread.string("useHfMirror"), std::nullopt);
-  EXPECT_EQ(reread.boolean("selectedProvider"), false);
-  EXPECT_EQ(reread.boolean("languages"), std::nullopt);
-  EXPECT_EQ(reread.value("missing"), std::nullopt);
-  EXPECT_EQ(nlohmann::json::parse(readText(file)), reread.dictionary());
-}
-
-TEST(UserDefaultsTest, ASecondInstanceReadsWhatTheFirstWrote) {
+TEST(UserDefaultsTest, ValuesReachASecondInstanceThroughTheFile) {
   TemporaryDirectory folder;
   const fs::path file = folder / "nested" / "deeper" / "settings.json";
   UserDefaults writer(file);
-  writer.set("modelDownloadSource", "huggingFace");
+  writer.set("selectedProvider", "openai");
+  writer.set("legacyFlag", 1);
+  writer.set("nested", {{"a", 1}, {"b", nullptr}});
   UserDefaults reader(file);
-  EXPECT_EQ(reader.string("modelDownloadSource"), "huggingFace");
+  EXPECT_EQ(reader.string("selectedProvider"), "openai");
+  EXPECT_EQ(reader.boolean("legacyFlag"), true);
+  EXPECT_EQ(reader.value("nested"), (nlohmann::json{{"a", 1}, {"b", nullptr}}));
+  // Wrong kinds read as absent.
+  EXPECT_EQ(reader.string("legacyFlag"), std::nullopt);
+  EXPECT_EQ(reader.boolean("nested"), std::nullopt);
 
-  writer.set("modelDownloadSource", "modelScope");
+  writer.set("selectedProvider", "soniox");
+  writer.remove("legacyFlag");
   writer.remove("never-set");
-  EXPECT_EQ(reader.string("modelDownloadSource"), "huggingFace");  // held until reloaded
+  EXPECT_EQ(reader.string("selectedProvider"), "openai");  // held until reloaded
   reader.reload();
-  EXPECT_EQ(reader.string("modelDownloadSource"), "modelScope");
-
-  writer.remove("modelDownloadSource");
-  EXPECT_EQ(writer.value("modelDownloadSource"), std::nullopt);
-  reader.reload();
-  EXPECT_EQ(reader.dictionary(), nlohmann::json::object());
+  EXPECT_EQ(reader.dictionary(), (nlohmann::json{{"selectedProvider", "soniox"}, {"nested", {{"a", 1}, {"b", nullptr}}}}));
+  EXPECT_EQ(nlohmann::json::parse(readText(file)), reader.dictionary());
 }
 
 TEST(UserDefaultsTest, MissingOrCorruptFilesReadAsNoSettings) {
@@ -130,19 +106,10 @@ TEST(UserDefaultsTest, MissingOrCorruptFilesReadAsNoSettings) {
   EXPECT_FALSE(fs::exists(folder / "absent.json"));
 }
 
-TEST(UserDefaultsTest, WritesLeaveOnlyTheSettingsFileOwnerReadable) {
+TEST(UserDefaultsTest, ConcurrentSettersLoseNoKeysAndLeaveOnlyAnOwnerReadableFile) {
   TemporaryDirectory folder;
   const fs::path file = folder / "settings.json";
   ScopedUmask permissive(0);
-  UserDefaults defaults(file);
-  for (int i = 0; i < 20; ++i) defaults.set("key" + std::to_string(i), i);
-  EXPECT_EQ(entriesOf(folder.path()), std::vector<std::string>{"settings.json"});
-  EXPECT_EQ(fs::status(file).permissions() & fs::perms::all, fs::perms::owner_read | fs::perms::owner_write);
-}
-
-TEST(UserDefaultsTest, ConcurrentSettersLoseNoKeys) {
-  TemporaryDirectory folder;
-  const fs::path file = folder / "settings.json";
   constexpr int kThreads = 6;
   constexpr int kKeysPerThread = 25;
   UserDefaults defaults(file);
@@ -154,17 +121,14 @@ TEST(UserDefaultsTest, ConcurrentSettersLoseNoKeys) {
       });
     }
   }
-  UserDefaults reread(file);
-  for (const auto* source : {&defaults, &reread}) {
-    auto all = source->dictionary();
-    EXPECT_EQ(all.size(), static_cast<std::size_t>(kThreads * kKeysPerThread));
-    for (int t = 0; t < kThreads; ++t) {
-      for (int i = 0; i < kKeysPerThread; ++i) {
-        EXPECT_EQ(all.value("t" + std::to_string(t) + "-" + std::to_string(i), -1), i);
-      }
-    }
+  auto all = UserDefaults(file).dictionary();
+  EXPECT_EQ(all, defaults.dictionary());
+  EXPECT_EQ(all.size(), static_cast<std::size_t>(kThreads * kKeysPerThread));
+  for (int t = 0; t < kThreads; ++t) {
+    for (int i = 0; i < kKeysPerThread; ++i) EXPECT_EQ(all.value("t" + std::to_string(t) + "-" + std::to_string(i), -1), i);
   }
   EXPECT_EQ(entriesOf(folder.path()), std::vector<std::string>{"settings.json"});
+  EXPECT_EQ(fs::status(file).permissions() & fs::perms::all, fs::perms::owner_read | fs::perms::owner_write);
 }
 
 TEST(UserDefaultsTest, AFailedWriteThrowsAndKeepsTheHeldSettings) {
