@@ -76,6 +76,50 @@ TEST_F(CloudBatchLoopbackTest, TranscribesThroughTheRealService) {
   EXPECT_EQ(received[0].part("temperature")->content, "0.2");
 }
 
+TEST_F(CloudBatchLoopbackTest, PromptLanguageAndTemperatureComeFromOptionsHintAndRoute) {
+  using Option = TranscriptionProviderOptionValue;
+  struct Case {
+    const char* name;
+    TranscriptionProviderOptions options;
+    std::optional<std::string> hint;
+    std::optional<std::string> language;
+    std::optional<std::string> prompt;
+    std::optional<std::string> temperature;
+  };
+  const std::vector<Case> cases = {
+      {"option prompt is trimmed and wins", {{"prompt", Option::text("  Brindle, Orvid \n")}}, "hint", "en",
+       "Brindle, Orvid", std::nullopt},
+      {"blank option falls back to the hint", {{"prompt", Option::text(" \t ")}}, "vocabulary hint", std::nullopt,
+       "vocabulary hint", std::nullopt},
+      {"non-text option falls back to the hint", {{"prompt", Option::number(3)}}, " spaced hint ", "", " spaced hint ",
+       std::nullopt},
+      {"neither prompt nor hint", {}, std::nullopt, std::nullopt, std::nullopt, std::nullopt},
+      {"empty hint", {}, "", std::nullopt, std::nullopt, std::nullopt},
+      {"number temperature", {{"temperature", Option::number(0)}}, std::nullopt, std::nullopt, std::nullopt, "0.0"},
+      {"text temperature is ignored", {{"temperature", Option::text("0.5")}}, std::nullopt, std::nullopt, std::nullopt,
+       std::nullopt},
+      {"Boolean temperature is ignored", {{"temperature", Option::boolean(true)}}, std::nullopt, std::nullopt,
+       std::nullopt, std::nullopt},
+  };
+  auto openAI = provider("sk-loopback-e2e-key");
+  for (std::size_t i = 0; i < std::size(cases); ++i) {
+    const Case& c = cases[i];
+    SCOPED_TRACE(c.name);
+    TranscriptionRequest request = recording(c.language);
+    request.providerOptions = c.options;
+    request.promptHint = c.hint;
+    EXPECT_EQ(openAI.transcribe(request).text, "Hello from the loopback service.");
+    const auto sent = server.requests().at(i);
+    auto content = [&sent](const char* name) {
+      const auto* part = sent.part(name);
+      return part ? std::optional(part->content) : std::nullopt;
+    };
+    EXPECT_EQ(content("prompt"), c.prompt);
+    EXPECT_EQ(content("language"), c.language.value_or("").empty() ? std::nullopt : c.language);
+    EXPECT_EQ(content("temperature"), c.temperature);
+  }
+}
+
 TEST_F(CloudBatchLoopbackTest, OneProviderServesSeveralTranscriptionsAtOnce) {
   auto openAI = provider("sk-loopback-e2e-key");
   std::vector<std::future<TranscriptionResult>> results;
