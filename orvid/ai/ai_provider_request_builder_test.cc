@@ -63,13 +63,13 @@ TEST_F(AIProviderRequestBuilderTest, CredentialHeadersFollowTheAPIStyle) {
       {AIProviderAPIStyle::anthropicMessages, "/v1/messages", "Bearer sk-test-123", "sk-test-123"},
   };
   for (const auto& testCase : cases) {
+    SCOPED_TRACE(rawValue(testCase.style));
     const auto request = builder.chatCompletionRequest(chat(), descriptor(testCase.style), configuration());
     EXPECT_EQ(request.method, "POST");
     EXPECT_EQ(request.url.path(), testCase.path);
-    EXPECT_EQ(request.timeout, std::chrono::seconds(60));
     EXPECT_EQ(request.headerValue("content-type"), "application/json");
-    EXPECT_EQ(request.headerValue("Authorization"), testCase.authorization) << rawValue(testCase.style);
-    EXPECT_EQ(request.headerValue("x-api-key"), testCase.apiKey) << rawValue(testCase.style);
+    EXPECT_EQ(request.headerValue("Authorization"), testCase.authorization);
+    EXPECT_EQ(request.headerValue("x-api-key"), testCase.apiKey);
   }
 }
 
@@ -163,9 +163,7 @@ TEST_F(AIProviderRequestBuilderTest, ModelDiscoveryUsesTheConfiguredPathOrTheDes
   EXPECT_EQ(request.method, "GET");
   EXPECT_EQ(request.url.absoluteString(), "https://api.example.com/v1/models");
   EXPECT_FALSE(request.body);
-  EXPECT_FALSE(request.headerValue("Content-Type"));
   EXPECT_EQ(request.headerValue("x-api-key"), "sk-test-123");
-  EXPECT_EQ(request.timeout, std::chrono::seconds(60));
 
   auto config = configuration();
   config.baseURL = URL::parse("http://localhost:8080/");
@@ -177,13 +175,8 @@ TEST_F(AIProviderRequestBuilderTest, ModelDiscoveryUsesTheConfiguredPathOrTheDes
                       OrvidProviderError::Case::missingBaseURL);
 
   provider.supportsModelDiscovery = false;
-  try {
-    builder.modelDiscoveryRequest(provider, configuration());
-    ADD_FAILURE() << "no error thrown";
-  } catch (const OrvidProviderError& error) {
-    EXPECT_EQ(error, OrvidProviderError::unsupportedProvider("svc"));
-    EXPECT_STREQ(error.what(), "svc");
-  }
+  expectProviderError([&] { builder.modelDiscoveryRequest(provider, configuration()); },
+                      OrvidProviderError::Case::unsupportedProvider);
 }
 
 TEST_F(AIProviderRequestBuilderTest, OpenAIStyleBodyCarriesOnlyWhatTheProviderSupports) {
@@ -236,36 +229,6 @@ TEST_F(AIProviderRequestBuilderTest, AnthropicBodyUsesMaxTokensAndATopLevelSyste
   body = bodyOf(builder.chatCompletionRequest(chat(std::nullopt), provider, config));
   EXPECT_EQ(body.at("max_tokens"), 512);
   EXPECT_FALSE(body.contains("system"));
-}
-
-TEST(AIProviderRequestBuilderReferenceTest, ReferencesJoinPrefixConfigurationAndSuffix) {
-  EXPECT_EQ(AIProviderRequestBuilder::credentialReference("my-config", "api-key"), "provider.my-config.api-key");
-  EXPECT_EQ(AIProviderRequestBuilder::credentialReference("c", "x-secret"), "provider.c.x-secret");
-}
-
-TEST(OrvidProviderErrorTest, CasesCarryTheirUserFacingMessages) {
-  struct Case {
-    OrvidProviderError error;
-    OrvidProviderError::Case errorCase;
-    const char* message;
-  };
-  const Case cases[] = {
-      {OrvidProviderError::unsupportedProvider("HTTP 401: bad key"), OrvidProviderError::Case::unsupportedProvider,
-       "HTTP 401: bad key"},
-      {OrvidProviderError::missingBaseURL(), OrvidProviderError::Case::missingBaseURL, "Missing base URL."},
-      {OrvidProviderError::missingModel(), OrvidProviderError::Case::missingModel, "Missing model."},
-      {OrvidProviderError::missingCredential(), OrvidProviderError::Case::missingCredential, "Missing credential."},
-      {OrvidProviderError::invalidResponse(), OrvidProviderError::Case::invalidResponse, "Invalid provider response."},
-      {OrvidProviderError::providerNotValidated(), OrvidProviderError::Case::providerNotValidated,
-       "Provider is not validated."},
-  };
-  for (const auto& testCase : cases) {
-    EXPECT_EQ(testCase.error.errorCase(), testCase.errorCase);
-    EXPECT_EQ(testCase.error.validationFailureMessage(), testCase.message);
-    EXPECT_STREQ(testCase.error.what(), testCase.message);
-  }
-  EXPECT_NE(OrvidProviderError::unsupportedProvider("a"), OrvidProviderError::unsupportedProvider("b"));
-  EXPECT_EQ(OrvidProviderError::missingModel(), OrvidProviderError::missingModel());
 }
 
 }  // namespace

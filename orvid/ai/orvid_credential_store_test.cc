@@ -1,6 +1,5 @@
 #include "orvid/ai/orvid_credential_store.h"
 
-#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <algorithm>
@@ -73,35 +72,29 @@ std::string helper(const fs::path& configHome, const std::string& store, const s
   return line;
 }
 
-TEST(InMemoryOrvidCredentialStoreTest, CopiesShareTheirValues) {
+TEST(InMemoryOrvidCredentialStoreTest, CopiesShareTheirValuesAndConcurrentWritersAreAllKept) {
   InMemoryOrvidCredentialStore original({{"provider.a.api-key", "one"}});
   InMemoryOrvidCredentialStore copy = original;
-  copy.writeCredential("two", "provider.b.api-key");
   original.deleteCredential("provider.a.api-key");
-  original.deleteCredential("provider.never.api-key");
-
-  EXPECT_EQ(original.readCredential("provider.b.api-key"), "two");
-  EXPECT_FALSE(copy.readCredential("provider.a.api-key"));
-  EXPECT_EQ(copy.credentialReferences(), std::vector<std::string>{"provider.b.api-key"});
-}
-
-TEST(InMemoryOrvidCredentialStoreTest, ConcurrentWritersAreAllKept) {
-  InMemoryOrvidCredentialStore store;
-  std::vector<std::thread> writers;
-  for (int thread = 0; thread < 8; ++thread) {
-    writers.emplace_back([store, thread]() mutable {
-      for (int index = 0; index < 100; ++index) {
-        store.writeCredential("v", "ref." + std::to_string(thread) + "." + std::to_string(index));
-      }
-    });
+  {
+    std::vector<std::jthread> writers;
+    for (int thread = 0; thread < 8; ++thread) {
+      writers.emplace_back([copy, thread]() mutable {
+        for (int index = 0; index < 100; ++index) {
+          copy.writeCredential("v", "ref." + std::to_string(thread) + "." + std::to_string(index));
+        }
+      });
+    }
   }
-  for (auto& writer : writers) writer.join();
-  EXPECT_EQ(store.credentialReferences().size(), 800u);
+  EXPECT_FALSE(copy.readCredential("provider.a.api-key"));
+  EXPECT_EQ(original.credentialReferences().size(), 800u);
+  EXPECT_EQ(original.readCredential("ref.7.99"), "v");
 }
 
-TEST(FileOrvidCredentialStoreTest, WritesUpdatesDeletesAndListsByService) {
+TEST(FileOrvidCredentialStoreTest, KeepsEachServicesValuesInAnOwnerOnlyFile) {
   TemporaryDirectory directory;
-  const auto file = directory.path() / "nested" / "credentials.json";
+  const auto folder = directory.path() / "config";
+  const auto file = folder / "credentials.json";
   FileOrvidCredentialStore store(file, "Brindle");
   FileOrvidCredentialStore otherService(file, "Other");
 
@@ -113,32 +106,16 @@ TEST(FileOrvidCredentialStoreTest, WritesUpdatesDeletesAndListsByService) {
   store.writeCredential("second", "provider.a.api-key");
   store.writeCredential("ünï \"quoted\"\nline", "provider.b.x-secret");
   otherService.writeCredential("theirs", "provider.a.api-key");
-
   EXPECT_EQ(store.readCredential("provider.a.api-key"), "second");
   EXPECT_EQ(store.readCredential("provider.b.x-secret"), "ünï \"quoted\"\nline");
-  EXPECT_EQ(otherService.readCredential("provider.a.api-key"), "theirs");
   EXPECT_EQ(store.credentialReferences(), (std::vector<std::string>{"provider.a.api-key", "provider.b.x-secret"}));
 
   store.deleteCredential("provider.a.api-key");
-  store.deleteCredential("provider.a.api-key");
   EXPECT_FALSE(store.readCredential("provider.a.api-key"));
   EXPECT_EQ(otherService.readCredential("provider.a.api-key"), "theirs");
-}
 
-TEST(FileOrvidCredentialStoreTest, FileAndNewFolderAreReadableByTheOwnerOnly) {
-  TemporaryDirectory directory;
-  const auto folder = directory.path() / "config";
-  const auto file = folder / "credentials.json";
-  FileOrvidCredentialStore store(file, "Brindle");
-  store.writeCredential("secret", "provider.a.api-key");
-  store.writeCredential("secret2", "provider.a.api-key");
-
-  struct stat fileStatus {};
-  ASSERT_EQ(::stat(file.c_str(), &fileStatus), 0);
-  EXPECT_EQ(fileStatus.st_mode & 0777, 0600u);
-  struct stat folderStatus {};
-  ASSERT_EQ(::stat(folder.c_str(), &folderStatus), 0);
-  EXPECT_EQ(folderStatus.st_mode & 0777, 0700u);
+  EXPECT_EQ(fs::status(file).permissions() & fs::perms::all, fs::perms::owner_read | fs::perms::owner_write);
+  EXPECT_EQ(fs::status(folder).permissions() & fs::perms::all, fs::perms::owner_all);
   // No temporary files are left beside it.
   std::vector<std::string> names;
   for (const auto& entry : fs::directory_iterator(folder)) names.push_back(entry.path().filename().string());
@@ -176,49 +153,37 @@ TEST(FileOrvidCredentialStoreTest, DamagedFilesFailWithoutQuotingTheirContents) 
   }
 }
 
-TEST(FileOrvidCredentialStoreTest, ValuesWrittenByOneProcessAreReadByAnother) {
+TEST(FileOrvidCredentialStoreTest, ValuesWrittenByOtherProcessesAtOnceAreAllKeptAndReadBack) {
   TemporaryDirectory directory;
   const auto configHome = directory.path() / "config";
   const testing::ScopedEnvironmentVariable environment("ORVID_CONFIG_HOME", configHome.string());
   const std::string value = "sk-live 'quoted' $HOME `x` \\ end";
 
-  // Another process writes; this one reads, both in the configured folder.
-  auto written = run("printf '%s' " + shellQuoted(value) + " | " +
-                     helper(configHome, "file", "Brindle", "write", "provider.a.api-key"));
-  ASSERT_EQ(written.exitCode, 0);
-  ASSERT_EQ(FileOrvidCredentialStore::defaultFile(), configHome / "credentials.json");
-  FileOrvidCredentialStore store(FileOrvidCredentialStore::defaultFile(), "Brindle");
-  EXPECT_EQ(store.readCredential("provider.a.api-key"), value);
-
-  // This process writes; another one reads, lists and deletes.
-  store.writeCredential("from-test", "provider.b.api-key");
-  auto read = run(helper(configHome, "file", "Brindle", "read", "provider.b.api-key"));
-  EXPECT_EQ(read.exitCode, 0);
-  EXPECT_EQ(read.output, "from-test");
-  auto listed = run(helper(configHome, "file", "Brindle", "list"));
-  EXPECT_EQ(listed.output, "provider.a.api-key\nprovider.b.api-key\n");
-  EXPECT_EQ(run(helper(configHome, "file", "Brindle", "delete", "provider.b.api-key")).exitCode, 0);
-  EXPECT_FALSE(store.readCredential("provider.b.api-key"));
-  EXPECT_EQ(run(helper(configHome, "file", "Brindle", "read", "provider.b.api-key")).exitCode, 3);
-}
-
-TEST(FileOrvidCredentialStoreTest, ConcurrentWritesFromManyProcessesAreAllKept) {
-  TemporaryDirectory directory;
-  const auto configHome = directory.path() / "config";
-  std::string script;
+  // Other processes write at once; this one reads, all in the configured folder.
   constexpr int kProcesses = 12;
+  std::string script = "printf '%s' " + shellQuoted(value) + " | " +
+                       helper(configHome, "file", "Brindle", "write", "provider.a.api-key") + " & ";
   for (int index = 0; index < kProcesses; ++index) {
     script += "printf v" + std::to_string(index) + " | " +
               helper(configHome, "file", "Brindle", "write", "provider.p" + std::to_string(index) + ".api-key") + " & ";
   }
-  script += "wait";
-  ASSERT_EQ(run(script).exitCode, 0);
-
-  FileOrvidCredentialStore store(configHome / "credentials.json", "Brindle");
-  EXPECT_EQ(store.credentialReferences().size(), static_cast<size_t>(kProcesses));
+  ASSERT_EQ(run(script + "wait").exitCode, 0);
+  ASSERT_EQ(FileOrvidCredentialStore::defaultFile(), configHome / "credentials.json");
+  FileOrvidCredentialStore store(FileOrvidCredentialStore::defaultFile(), "Brindle");
+  EXPECT_EQ(store.readCredential("provider.a.api-key"), value);
+  EXPECT_EQ(store.credentialReferences().size(), static_cast<size_t>(kProcesses + 1));
   for (int index = 0; index < kProcesses; ++index) {
     EXPECT_EQ(store.readCredential("provider.p" + std::to_string(index) + ".api-key"), "v" + std::to_string(index));
   }
+
+  // This process writes; another one reads and deletes.
+  store.writeCredential("from-test", "provider.b.api-key");
+  auto read = run(helper(configHome, "file", "Brindle", "read", "provider.b.api-key"));
+  EXPECT_EQ(read.exitCode, 0);
+  EXPECT_EQ(read.output, "from-test");
+  EXPECT_EQ(run(helper(configHome, "file", "Brindle", "delete", "provider.b.api-key")).exitCode, 0);
+  EXPECT_FALSE(store.readCredential("provider.b.api-key"));
+  EXPECT_EQ(run(helper(configHome, "file", "Brindle", "read", "provider.b.api-key")).exitCode, 3);
 }
 
 TEST(SystemCredentialStoreTest, FallsBackToTheFileWithoutASessionBus) {
