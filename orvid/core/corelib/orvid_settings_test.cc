@@ -3,7 +3,6 @@
 #include <fstream>
 
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 
 #include "orvid/platform/temporary_directory.h"
 #include "orvid/platform/user_defaults.h"
@@ -61,15 +60,12 @@ TEST(OrvidSettingsPersistenceTest, SwitchesReadLikeTheMacAndOtherKindsFallBackTo
   OrvidSettings itnOff;
   const Row rows[] = {
       {R"({"modelDownloadSource": "ModelScope"})", {}},
-      {R"({"modelDownloadSource": ""})", {}},
       {R"({"modelDownloadSource": 2, "useHfMirror": 1})", mirrorOnly},
       {R"({"useHfMirror": "YES"})", mirrorOnly},
       {R"({"useHfMirror": "no"})", {}},
-      {R"({"useHfMirror": 0})", {}},
       {R"({"autocorrectRules": {"keep": true, "number": 1, "text": "on", "null": null}})", rules},
       {R"({"autocorrectRules": ["keep"]})", {}},
       {R"({"inverseTextNormalizationEnabled": null})", itnOff},
-      {R"({"chineseConversionMode": 5})", {}},
   };
   for (const auto& row : rows) {
     EXPECT_EQ(loadFrom(folder, row.contents), row.expected) << row.contents;
@@ -94,18 +90,6 @@ TEST(OrvidSettingsPersistenceTest, SaveThenLoadGivesTheSameSettingsAndRemovesAnU
   OrvidSettingsPersistence::save(settings, defaults);
   EXPECT_FALSE(defaults.value("modelDownloadSource"));
   EXPECT_EQ(OrvidSettingsPersistence::load(defaults), settings);
-}
-
-TEST(OrvidSettingsTest, JSONFormUsesThePersistenceKeysAndOmitsAnAbsentSource) {
-  OrvidSettings settings;
-  settings.inverseTextNormalizationEnabled = true;
-  const nlohmann::json json = settings;
-  EXPECT_FALSE(json.contains("modelDownloadSource"));
-  EXPECT_EQ(json.at(OrvidSettingsPersistence::Key::inverseTextNormalizationEnabled), true);
-  EXPECT_EQ(json.at("chineseConversionMode"), "none");
-  EXPECT_EQ(json.get<OrvidSettings>(), settings);
-  settings.modelDownloadSource = ModelDownloadSource::huggingFace;
-  EXPECT_EQ(nlohmann::json(settings).get<OrvidSettings>(), settings);
 }
 
 }  // namespace
