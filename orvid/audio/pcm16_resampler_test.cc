@@ -23,14 +23,6 @@ Bytes pack(const std::vector<std::int16_t>& samples) {
   return bytes;
 }
 
-std::vector<std::int16_t> unpack(const Bytes& bytes) {
-  std::vector<std::int16_t> samples;
-  for (std::size_t i = 0; i + 1 < bytes.size(); i += 2) {
-    samples.push_back(static_cast<std::int16_t>(static_cast<std::uint16_t>(bytes[i] | (bytes[i + 1] << 8))));
-  }
-  return samples;
-}
-
 PCMFrame monoFrame(const std::vector<std::int16_t>& samples, double sampleRate) {
   return PCMFrame{pack(samples), sampleRate, 1, static_cast<int>(samples.size())};
 }
@@ -45,14 +37,9 @@ std::vector<std::int16_t> randomSamples(std::mt19937& generator, std::size_t cou
 TEST(PCM16ResamplerTest, DownsamplesByThreeKeepingEveryThirdSample) {
   std::mt19937 generator(7);
   const auto input = randomSamples(generator, 480);
-  const PCMFrame output = PCM16Resampler::resample(monoFrame(input, 48000), 16000);
-
-  EXPECT_EQ(output.sampleRate, 16000);
-  EXPECT_EQ(output.channelCount, 1);
-  ASSERT_EQ(output.sampleCount, 160);
-  const auto samples = unpack(output.pcm16LittleEndian);
-  ASSERT_EQ(samples.size(), 160u);
-  for (std::size_t i = 0; i < samples.size(); ++i) EXPECT_EQ(samples[i], input[3 * i]) << "output sample " << i;
+  std::vector<std::int16_t> everyThird;
+  for (std::size_t i = 0; i < input.size(); i += 3) everyThird.push_back(input[i]);
+  EXPECT_EQ(PCM16Resampler::resample(monoFrame(input, 48000), 16000), monoFrame(everyThird, 16000));
 }
 
 TEST(PCM16ResamplerTest, InterpolatesLinearlyRoundingHalfAwayFromZeroAndHoldsTheLastSample) {
@@ -79,10 +66,7 @@ TEST(PCM16ResamplerTest, InterpolatesLinearlyRoundingHalfAwayFromZeroAndHoldsThe
   for (const auto& testCase : cases) {
     const PCMFrame input = monoFrame(testCase.input, testCase.sourceRate);
     const PCMFrame output = PCM16Resampler::resample(input, testCase.targetRate);
-    EXPECT_EQ(unpack(output.pcm16LittleEndian), testCase.expected) << testCase.name;
-    EXPECT_EQ(output.sampleCount, static_cast<int>(testCase.expected.size())) << testCase.name;
-    EXPECT_EQ(output.sampleRate, testCase.targetRate) << testCase.name;
-    EXPECT_EQ(output.channelCount, 1) << testCase.name;
+    EXPECT_EQ(output, monoFrame(testCase.expected, testCase.targetRate)) << testCase.name;
   }
 }
 
@@ -95,60 +79,29 @@ TEST(PCM16ResamplerTest, ReturnsFramesItCannotOrNeedNotResampleUnchanged) {
   };
   const std::vector<Case> cases = {
       {"stereo", {samples, 48000, 2, 3}, 16000},
-      {"no channels", {samples, 48000, 0, 6}, 16000},
       {"rate 0", {samples, 0, 1, 6}, 16000},
       {"negative rate", {samples, -48000, 1, 6}, 16000},
-      {"NaN rate", {samples, std::nan(""), 1, 6}, 16000},
       {"target equals source", {samples, 16000, 1, 6}, 16000},
       {"target 0", {samples, 16000, 1, 6}, 0},
-      {"negative target", {samples, 16000, 1, 6}, -8000},
       {"infinite target", {samples, 16000, 1, 6}, std::numeric_limits<double>::infinity()},
       {"NaN target", {samples, 16000, 1, 6}, std::nan("")},
   };
   for (const auto& testCase : cases) {
-    const PCMFrame output = PCM16Resampler::resample(testCase.frame, testCase.targetRate);
-    EXPECT_EQ(output.pcm16LittleEndian, testCase.frame.pcm16LittleEndian) << testCase.name;
-    EXPECT_EQ(output.channelCount, testCase.frame.channelCount) << testCase.name;
-    EXPECT_EQ(output.sampleCount, testCase.frame.sampleCount) << testCase.name;
-    if (std::isnan(testCase.frame.sampleRate)) {
-      EXPECT_TRUE(std::isnan(output.sampleRate)) << testCase.name;
-    } else {
-      EXPECT_EQ(output.sampleRate, testCase.frame.sampleRate) << testCase.name;
-    }
+    EXPECT_EQ(PCM16Resampler::resample(testCase.frame, testCase.targetRate), testCase.frame) << testCase.name;
   }
+  const PCMFrame nanRate{samples, std::nan(""), 1, 6};
+  EXPECT_TRUE(std::isnan(PCM16Resampler::resample(nanRate, 16000).sampleRate));
 }
 
-TEST(PCM16ResamplerTest, IgnoresATrailingOddByte) {
-  const PCMFrame even = monoFrame({0, 1000, -1000}, 16000);
-  PCMFrame odd = even;
+TEST(PCM16ResamplerTest, IgnoresATrailingOddByteAndRefusesMoreSamplesThanAFrameCounts) {
+  PCMFrame odd = monoFrame({0, 1000, -1000}, 16000);
   odd.pcm16LittleEndian.push_back(0x7F);
-
-  EXPECT_EQ(PCM16Resampler::resample(odd, 24000), PCM16Resampler::resample(even, 24000));
-}
-
-TEST(PCM16ResamplerTest, FramesWithoutAWholeSampleBecomeEmptyAtTheTargetRate) {
+  EXPECT_EQ(PCM16Resampler::resample(odd, 24000), monoFrame({0, 667, 333, -1000, -1000}, 24000));
   for (const Bytes& bytes : {Bytes{}, Bytes{0x12}}) {
-    const PCMFrame output = PCM16Resampler::resample(PCMFrame{bytes, 48000, 1, 0}, 16000);
-    EXPECT_EQ(output, (PCMFrame{{}, 16000, 1, 0})) << bytes.size() << " bytes";
+    EXPECT_EQ(PCM16Resampler::resample(PCMFrame{bytes, 48000, 1, 0}, 16000), (PCMFrame{{}, 16000, 1, 0}))
+        << bytes.size() << " bytes";
   }
-}
-
-TEST(PCM16ResamplerTest, ThrowsWhenTheOutputWouldHoldMoreSamplesThanAFrameCounts) {
   EXPECT_THROW(PCM16Resampler::resample(monoFrame({1, 2}, 1), 2e9), std::length_error);
-}
-
-TEST(PCM16ResamplerTest, UpsamplingByTwoKeepsEveryInputSampleAndAveragesNeighbours) {
-  std::mt19937 generator(11);
-  for (std::size_t count : {1u, 2u, 17u, 320u, 4801u}) {
-    const auto input = randomSamples(generator, count);
-    const auto output = unpack(PCM16Resampler::resample(monoFrame(input, 16000), 32000).pcm16LittleEndian);
-    ASSERT_EQ(output.size(), 2 * count);
-    for (std::size_t i = 0; i < count; ++i) {
-      EXPECT_EQ(output[2 * i], input[i]);
-      const double next = i + 1 < count ? input[i + 1] : input[i];
-      EXPECT_EQ(output[2 * i + 1], static_cast<std::int16_t>(std::round((input[i] + next) / 2.0))) << i;
-    }
-  }
 }
 
 }  // namespace
