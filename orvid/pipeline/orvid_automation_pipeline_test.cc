@@ -1,6 +1,7 @@
 #include "orvid/pipeline/orvid_automation_pipeline.h"
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <stdexcept>
@@ -53,21 +54,14 @@ class FakeTranscriptionProvider : public TranscriptionProvider {
 // while it "thinks".
 class FakePromptProcessor : public PromptPostProcessing {
  public:
-  struct Call {
-    std::string cleanedTranscript;
-    TranscriptionPrompt prompt;
-    AIProviderDescriptor provider;
-    AIProviderConfiguration configuration;
-    std::optional<std::string> defaultModelID;
-  };
-
   std::optional<PromptPostProcessResult> process(const std::string& cleanedTranscript,
                                                  const TranscriptionPrompt& prompt,
                                                  const AIProviderDescriptor& provider,
                                                  const AIProviderConfiguration& configuration,
                                                  const std::optional<std::string>& defaultModelID,
                                                  std::stop_token) override {
-    calls.push_back({cleanedTranscript, prompt, provider, configuration, defaultModelID});
+    calls.push_back(cleanedTranscript + "|" + prompt.id + "|" + provider.id + "|" + configuration.id + "|" +
+                    defaultModelID.value_or("-"));
     *clock += thinkingTime;
     if (error) std::rethrow_exception(error);
     if (!rewrittenText) return std::nullopt;
@@ -80,7 +74,8 @@ class FakePromptProcessor : public PromptPostProcessing {
   Clock::duration thinkingTime{};
   std::optional<std::string> rewrittenText;
   std::exception_ptr error;
-  std::vector<Call> calls;
+  // Each call's transcript, prompt, provider, configuration and default model.
+  std::vector<std::string> calls;
 };
 
 // A driver with a fixed readiness that records what it is asked to do.
@@ -145,9 +140,6 @@ class OrvidAutomationPipelineTest : public ::testing::Test {
                                       configuration);
   }
 
-  // The stage kind the coordinator shows now.
-  VoiceCaptureStage::Kind stage() const { return coordinator_->currentState().stage.kind; }
-
   TemporaryDirectory folder_{"orvid-pipeline"};
   UserDefaults settings_;
   std::shared_ptr<OrvidTranscriptionCoordinator> coordinator_ = std::make_shared<OrvidTranscriptionCoordinator>();
@@ -173,13 +165,8 @@ TEST_F(OrvidAutomationPipelineTest, PreparesARewrittenProposalAndRunsItOnConfirm
   EXPECT_EQ(request.languageRoute, ResolvedASRLanguageRoute::unspecified);
   EXPECT_EQ(request.promptHint, std::nullopt);
   EXPECT_TRUE(request.providerOptions.empty());
-
-  ASSERT_EQ(rewriter_->calls.size(), 1u);
-  EXPECT_EQ(rewriter_->calls[0].cleanedTranscript, "open notes and write hello");
-  EXPECT_EQ(rewriter_->calls[0].prompt, prompt_);
-  EXPECT_EQ(rewriter_->calls[0].provider, provider_);
-  EXPECT_EQ(rewriter_->calls[0].configuration, providerConfiguration_);
-  EXPECT_EQ(rewriter_->calls[0].defaultModelID, "gpt-4o");
+  EXPECT_EQ(rewriter_->calls,
+            std::vector<std::string>{"open notes and write hello|automation|openai|openai-main|gpt-4o"});
 
   OrvidAutomationProposal expected;
   expected.requestID = proposal.requestID;
@@ -197,20 +184,19 @@ TEST_F(OrvidAutomationPipelineTest, PreparesARewrittenProposalAndRunsItOnConfirm
   EXPECT_EQ(proposal, expected);
   EXPECT_EQ(pipeline->pendingProposal(), proposal);
 
-  OrvidExecutionState waiting = pipeline->currentState();
-  EXPECT_EQ(waiting.stage, VoiceCaptureStage::awaitingConfirmation(proposal.requestID));
-  EXPECT_EQ(waiting.recognizedText, "  open   notes and write hello ");
-  EXPECT_EQ(waiting.cleanedText, "open notes and write hello");
-  EXPECT_EQ(waiting.proposedText, "Open Notes and type hello.");
-  EXPECT_EQ(coordinator_->activeRequestID(), proposal.requestID);
+  OrvidExecutionState waiting;
+  waiting.stage = VoiceCaptureStage::awaitingConfirmation(proposal.requestID);
+  waiting.recognizedText = expected.recognizedText;
+  waiting.cleanedText = expected.cleanedText;
+  waiting.proposedText = expected.proposedInstruction;
+  EXPECT_EQ(pipeline->currentState(), waiting);
 
   driver_->exitCode = 2;
   CUAExecutionResult result = pipeline->confirmAutomation(proposal.requestID, 45);
   EXPECT_EQ(result, (CUAExecutionResult{proposal.requestID, 2, "done", ""}));
   ASSERT_EQ(driver_->runs.size(), 1u);
   EXPECT_EQ(driver_->runs[0], (CUAExecutionRequest{proposal.requestID, "Open Notes and type hello.", 45}));
-  EXPECT_EQ(stage(), VoiceCaptureStage::Kind::idle);
-  EXPECT_EQ(coordinator_->activeRequestID(), std::nullopt);
+  EXPECT_EQ(coordinator_->snapshot(), (OrvidTranscriptionCoordinator::Snapshot{OrvidExecutionState::idle(), {}}));
   EXPECT_EQ(pipeline->pendingProposal(), std::nullopt);
   EXPECT_THROW(pipeline->confirmAutomation(proposal.requestID, 45), OrvidError);
 }
@@ -266,8 +252,6 @@ TEST_F(OrvidAutomationPipelineTest, RefusesBeforeAnyWorkWhenAutomationCannotRun)
       {"no model", someAudio(), noModel, CUADriverReadiness::ready, OrvidError::missingAutomationModel(), 0},
       {"not on path", someAudio(), automationConfiguration(), CUADriverReadiness::installedNotOnPath,
        OrvidError::cuaDriverNotReady(CUADriverReadiness::installedNotOnPath), 1},
-      {"stopped", someAudio(), automationConfiguration(), CUADriverReadiness::daemonStopped,
-       OrvidError::cuaDriverNotReady(CUADriverReadiness::daemonStopped), 1},
       {"permissions", someAudio(), automationConfiguration(), CUADriverReadiness::permissionsMissing,
        OrvidError::cuaDriverNotReady(CUADriverReadiness::permissionsMissing), 1},
   };
@@ -299,51 +283,47 @@ TEST_F(OrvidAutomationPipelineTest, ABusyCoordinatorRefusesTheRecording) {
   auto pipeline = makePipeline(true);
   EXPECT_THROW(prepare(*pipeline), OrvidError);
   EXPECT_EQ(coordinator_->activeRequestID(), other);
-  EXPECT_EQ(stage(), VoiceCaptureStage::Kind::recording);
+  EXPECT_EQ(coordinator_->currentState().stage.kind, VoiceCaptureStage::Kind::recording);
   EXPECT_TRUE(transcriber_->requests.empty());
 }
 
-TEST_F(OrvidAutomationPipelineTest, ATranscriptThatCleansToNothingFailsTheRequestAsEmptyAudio) {
-  transcriber_->result.text = " \u200B \n\t ";
-  auto pipeline = makePipeline(true);
-  try {
-    prepare(*pipeline);
-    ADD_FAILURE() << "no error";
-  } catch (const OrvidError& error) {
-    EXPECT_EQ(error, OrvidError::emptyAudio());
-  }
-  OrvidExecutionState state = pipeline->currentState();
-  EXPECT_EQ(state.stage.kind, VoiceCaptureStage::Kind::failed);
-  EXPECT_EQ(state.errorMessage, std::string(OrvidError::emptyAudio().what()));
-  EXPECT_EQ(coordinator_->activeRequestID(), std::nullopt);
-  EXPECT_TRUE(rewriter_->calls.empty());
-  EXPECT_EQ(pipeline->pendingProposal(), std::nullopt);
-}
-
 TEST_F(OrvidAutomationPipelineTest, LaterFailuresFailTheCoordinatorWithTheRedactedMessage) {
+  const std::string secret = "HTTP 401: Authorization: Bearer sk-live-9 rejected";
+  const std::string redacted = "HTTP 401: Authorization: Bearer [REDACTED] rejected";
+  const auto error = std::make_exception_ptr(std::runtime_error(secret));
   struct Case {
     std::string name;
-    bool transcriptionFails;
-    bool rewriteFails;
+    std::function<void()> arrange;
+    std::string thrown;
+    std::string shown;
+    std::size_t rewrites;
   };
-  const std::vector<Case> cases = {{"transcription", true, false}, {"rewrite", false, true}};
+  const std::vector<Case> cases = {
+      {"transcription", [&] { transcriber_->error = error; }, secret, redacted, 0},
+      {"rewrite", [&] { rewriter_->error = error; }, secret, redacted, 1},
+      {"a transcript that cleans to nothing", [&] { transcriber_->result.text = " \u200B \n\t "; },
+       OrvidError::emptyAudio().what(), OrvidError::emptyAudio().what(), 0},
+  };
   for (const Case& c : cases) {
-    std::exception_ptr error = std::make_exception_ptr(
-        std::runtime_error("HTTP 401: Authorization: Bearer sk-live-9 rejected (" + c.name + ")"));
-    transcriber_->error = c.transcriptionFails ? error : nullptr;
-    rewriter_->error = c.rewriteFails ? error : nullptr;
+    SCOPED_TRACE(c.name);
+    transcriber_->error = rewriter_->error = nullptr;
+    transcriber_->result.text = "open notes";
     rewriter_->rewrittenText = "x";
+    rewriter_->calls.clear();
+    c.arrange();
     auto pipeline = makePipeline(true);
     try {
       prepare(*pipeline);
-      ADD_FAILURE() << c.name << ": no error";
-    } catch (const std::runtime_error& thrown) {
-      EXPECT_EQ(std::string(thrown.what()), "HTTP 401: Authorization: Bearer sk-live-9 rejected (" + c.name + ")");
+      ADD_FAILURE() << "no error";
+    } catch (const std::exception& thrown) {
+      EXPECT_EQ(std::string(thrown.what()), c.thrown);
     }
-    OrvidExecutionState state = pipeline->currentState();
-    EXPECT_EQ(state.stage.kind, VoiceCaptureStage::Kind::failed) << c.name;
-    EXPECT_EQ(state.errorMessage, "HTTP 401: Authorization: Bearer [REDACTED] rejected (" + c.name + ")");
+    const OrvidExecutionState state = pipeline->currentState();
+    EXPECT_EQ(state.stage.kind, VoiceCaptureStage::Kind::failed);
+    EXPECT_EQ(state.errorMessage, c.shown);
+    EXPECT_EQ(coordinator_->activeRequestID(), std::nullopt);
     EXPECT_EQ(pipeline->pendingProposal(), std::nullopt);
+    EXPECT_EQ(rewriter_->calls.size(), c.rewrites);
   }
 }
 
@@ -385,10 +365,10 @@ TEST_F(OrvidAutomationPipelineTest, ConvertsTheInstructionToTheUsersChineseScrip
   EXPECT_EQ(pipeline->currentState().proposedText, "打開軟件");
 }
 
-TEST_F(OrvidAutomationPipelineTest, ConfirmingAnotherRequestIsAMismatchThatKeepsTheProposal) {
+TEST_F(OrvidAutomationPipelineTest, AConfirmationThatCannotStartKeepsTheProposalPending) {
   auto pipeline = makePipeline(false);
   EXPECT_THROW(pipeline->confirmAutomation(UUID::random(), 30), OrvidError);
-  OrvidAutomationProposal proposal = prepare(*pipeline);
+  const OrvidAutomationProposal proposal = prepare(*pipeline);
   try {
     pipeline->confirmAutomation(UUID::random(), 30);
     ADD_FAILURE() << "no error";
@@ -396,13 +376,8 @@ TEST_F(OrvidAutomationPipelineTest, ConfirmingAnotherRequestIsAMismatchThatKeeps
     EXPECT_EQ(error, OrvidError::requestMismatch());
   }
   EXPECT_EQ(pipeline->pendingProposal(), proposal);
-  EXPECT_EQ(stage(), VoiceCaptureStage::Kind::awaitingConfirmation);
-  EXPECT_TRUE(driver_->runs.empty());
-}
+  EXPECT_EQ(pipeline->currentState().stage.kind, VoiceCaptureStage::Kind::awaitingConfirmation);
 
-TEST_F(OrvidAutomationPipelineTest, ACoordinatorThatCannotStartKeepsTheProposalPending) {
-  auto pipeline = makePipeline(false);
-  OrvidAutomationProposal proposal = prepare(*pipeline);
   coordinator_->cancel();  // the host abandoned the request behind the pipeline's back
   EXPECT_THROW(pipeline->confirmAutomation(proposal.requestID, 30), OrvidError);
   EXPECT_EQ(pipeline->pendingProposal(), proposal);
@@ -437,49 +412,23 @@ TEST_F(OrvidAutomationPipelineTest, CancellingDropsTheProposalStopsTheDriverAndI
   EXPECT_EQ(pipeline->pendingProposal(), next);
 }
 
-// Processors of either shape: with and without the trailing stop token.
+// A processor whose process() takes the trailing stop token.
 struct StoppableProcessor {
-  std::optional<PromptPostProcessResult> process(const std::string& text, const TranscriptionPrompt& prompt,
+  std::optional<PromptPostProcessResult> process(const std::string& text, const TranscriptionPrompt&,
                                                  const AIProviderDescriptor&, const AIProviderConfiguration&,
                                                  const std::optional<std::string>& model, std::stop_token stop) {
     PromptPostProcessResult result;
-    result.text = text + "|" + prompt.id + "|" + model.value_or("-") + (stop.stop_requested() ? "|stopped" : "");
+    result.text = text + "|" + model.value_or("-") + (stop.stop_requested() ? "|stopped" : "");
     return result;
   }
 };
 
-struct PlainProcessor {
-  std::optional<PromptPostProcessResult> process(const std::string& text, const TranscriptionPrompt&,
-                                                 const AIProviderDescriptor& provider,
-                                                 const AIProviderConfiguration& configuration,
-                                                 const std::optional<std::string>&) const {
-    if (text.empty()) return std::nullopt;
-    PromptPostProcessResult result;
-    result.text = provider.id + "/" + configuration.id;
-    return result;
-  }
-};
-
-TEST(PromptPostProcessorAdapterTest, ForwardsEveryArgumentToTheWrappedProcessor) {
-  TranscriptionPrompt prompt;
-  prompt.id = "p1";
-  AIProviderDescriptor provider;
-  provider.id = "openai";
-  AIProviderConfiguration configuration;
-  configuration.id = "main";
+TEST(PromptPostProcessorAdapterTest, ForwardsTheArgumentsAndTheStopToken) {
   std::stop_source stopped;
   stopped.request_stop();
-
-  PromptPostProcessorAdapter<StoppableProcessor> stoppable(StoppableProcessor{});
-  PromptPostProcessing& withStop = stoppable;
-  EXPECT_EQ(withStop.process("hi", prompt, provider, configuration, "gpt", stopped.get_token())->text,
-            "hi|p1|gpt|stopped");
-  EXPECT_EQ(withStop.process("hi", prompt, provider, configuration, std::nullopt)->text, "hi|p1|-");
-
-  PromptPostProcessorAdapter<PlainProcessor> plain(PlainProcessor{});
-  PromptPostProcessing& withoutStop = plain;
-  EXPECT_EQ(withoutStop.process("hi", prompt, provider, configuration, "gpt")->text, "openai/main");
-  EXPECT_EQ(withoutStop.process("", prompt, provider, configuration, "gpt"), std::nullopt);
+  PromptPostProcessorAdapter<StoppableProcessor> adapter(StoppableProcessor{});
+  EXPECT_EQ(adapter.process("hi", {}, {}, {}, "gpt", stopped.get_token())->text, "hi|gpt|stopped");
+  EXPECT_EQ(adapter.process("hi", {}, {}, {}, std::nullopt)->text, "hi|-");
 }
 
 // A language model that answers every request with the same reply.

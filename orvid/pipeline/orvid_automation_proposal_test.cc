@@ -35,12 +35,16 @@ TEST(OrvidAutomationProposalTest, WarnsAboutLowConfidenceWithRoundedPercentages)
   const std::vector<Case> cases = {
       {0.42, 0.55,
        "Low transcription confidence: 42% is below the 55% threshold. Confirm only if the request is correct."},
+      // Half a percent rounds away from zero.
       {0.125, 0.5,
        "Low transcription confidence: 13% is below the 50% threshold. Confirm only if the request is correct."},
       {0.0, 0.005,
        "Low transcription confidence: 0% is below the 1% threshold. Confirm only if the request is correct."},
+      // A decoded proposal may hold any number: printed whole, never converted out of range.
+      {-0.004, 1e20,
+       "Low transcription confidence: 0% is below the 10000000000000000000000% threshold. Confirm only if the "
+       "request is correct."},
       {0.55, 0.55, std::nullopt},
-      {0.9, 0.55, std::nullopt},
       {std::nullopt, 0.55, std::nullopt},
       {0.0, 0.0, std::nullopt},
   };
@@ -61,9 +65,7 @@ TEST(OrvidAutomationProposalTest, SummarisesTheModelAndProviderFromTrimmedIdenti
   };
   const std::vector<Case> cases = {
       {" openai\n", "\tgpt-4o ", "Model: gpt-4o via openai"},
-      {"openai", std::nullopt, "Provider: openai"},
       {"openai", " \n", "Provider: openai"},
-      {std::nullopt, "qwen3", "Model: qwen3"},
       {"", "qwen3", "Model: qwen3"},
       {" ", "", std::nullopt},
       {std::nullopt, std::nullopt, std::nullopt},
@@ -72,19 +74,8 @@ TEST(OrvidAutomationProposalTest, SummarisesTheModelAndProviderFromTrimmedIdenti
     OrvidAutomationProposal value = proposal(AIAutomationMethod::computerUse, "x");
     value.providerID = c.providerID;
     value.modelID = c.modelID;
-    EXPECT_EQ(value.selectedModelProviderSummary(), c.summary);
-  }
-}
-
-TEST(OrvidAutomationProposalTest, NamesTheMethod) {
-  const std::vector<std::pair<AIAutomationMethod, std::string>> cases = {
-      {AIAutomationMethod::automatic, "Method: Auto"},
-      {AIAutomationMethod::computerUse, "Method: Computer Use"},
-      {AIAutomationMethod::browserUse, "Method: Browser Use"},
-      {AIAutomationMethod::script, "Method: Script Automation"},
-  };
-  for (const auto& [method, summary] : cases) {
-    EXPECT_EQ(proposal(method, "x").methodDisplaySummary(), summary);
+    EXPECT_EQ(value.selectedModelProviderSummary(), c.summary)
+        << c.providerID.value_or("-") << " " << c.modelID.value_or("-");
   }
 }
 
@@ -101,7 +92,6 @@ TEST(OrvidAutomationProposalTest, ConfirmationTextDependsOnTheMethodAndTheInstru
        "Run 2 Computer Use actions."},
       {AIAutomationMethod::computerUse, R"({"summary": 5, "calls": [{}]})", "Run 1 Computer Use action."},
       {AIAutomationMethod::computerUse, R"({"calls": []})", R"({"calls": []})"},
-      {AIAutomationMethod::computerUse, R"({"calls": {"a": 1}})", R"({"calls": {"a": 1}})"},
       {AIAutomationMethod::computerUse, R"(["summary"])", R"(["summary"])"},
       {AIAutomationMethod::computerUse, "Open Safari {", "Open Safari {"},
       {AIAutomationMethod::script, scriptJSON, "Tidy Downloads"},
@@ -122,33 +112,6 @@ TEST(OrvidAutomationProposalTest, DecodesAScriptProposalForTheScriptMethodOnly) 
   EXPECT_EQ(proposal(AIAutomationMethod::script, "plain words").decodedScriptProposal(), std::nullopt);
 }
 
-TEST(OrvidAutomationProposalTest, SerialisesWithFieldNamesOmittingAbsentOptionals) {
-  OrvidAutomationProposal full = proposal(AIAutomationMethod::script, "run it");
-  full.taskTitle = "Run";
-  full.providerID = "openai";
-  full.modelID = "gpt-4o";
-  full.promptDurationMilliseconds = 812;
-  full.audioRecordingFilename = "request.wav";
-  full.transcriptionConfidence = 0.5;
-  full.minimumTranscriptionConfidence = 0.6;
-  full.requiresConfirmation = false;
-  nlohmann::json encoded = full;
-  EXPECT_EQ(encoded, nlohmann::json::parse(R"({
-      "requestID": "0C5C7A3E-2B7F-4D1E-9A51-3F0C2E9D4B11", "method": "script", "recognizedText": "open notes",
-      "cleanedText": "Open Notes", "proposedInstruction": "run it", "taskTitle": "Run", "providerID": "openai",
-      "modelID": "gpt-4o", "promptDurationMilliseconds": 812, "audioRecordingFilename": "request.wav",
-      "transcriptionConfidence": 0.5, "minimumTranscriptionConfidence": 0.6, "requiresConfirmation": false})"));
-  EXPECT_EQ(encoded.get<OrvidAutomationProposal>(), full);
-
-  OrvidAutomationProposal minimal = proposal(AIAutomationMethod::browserUse, "go");
-  nlohmann::json minimalJSON = minimal;
-  for (const char* key : {"taskTitle", "providerID", "modelID", "promptDurationMilliseconds", "audioRecordingFilename",
-                          "transcriptionConfidence"}) {
-    EXPECT_FALSE(minimalJSON.contains(key)) << key;
-  }
-  EXPECT_EQ(minimalJSON.get<OrvidAutomationProposal>(), minimal);
-}
-
 TEST(OrvidAutomationProposalTest, DecodingFillsDefaultsAndRequiresTheTexts) {
   nlohmann::json json = nlohmann::json::parse(R"({"requestID": "0C5C7A3E-2B7F-4D1E-9A51-3F0C2E9D4B11",
       "recognizedText": "a", "cleanedText": "b", "proposedInstruction": "c"})");
@@ -163,15 +126,6 @@ TEST(OrvidAutomationProposalTest, DecodingFillsDefaultsAndRequiresTheTexts) {
     missing.erase(required);
     EXPECT_THROW(missing.get<OrvidAutomationProposal>(), nlohmann::json::exception) << required;
   }
-}
-
-TEST(OrvidAutomationProposalTest, EqualProposalsHashAlike) {
-  OrvidAutomationProposal a = proposal(AIAutomationMethod::computerUse, "x");
-  OrvidAutomationProposal b = a;
-  EXPECT_EQ(std::hash<OrvidAutomationProposal>{}(a), std::hash<OrvidAutomationProposal>{}(b));
-  b.transcriptionConfidence = 0.3;
-  EXPECT_NE(a, b);
-  EXPECT_NE(std::hash<OrvidAutomationProposal>{}(a), std::hash<OrvidAutomationProposal>{}(b));
 }
 
 }  // namespace
