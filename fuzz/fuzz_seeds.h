@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace orvid::fuzz {
+
+// Named starting inputs of a fuzz target.
+using Seeds = std::vector<std::pair<std::string, std::vector<std::uint8_t>>>;
+
+// Every target accepts "TARGET --write-seeds DIR": it writes its seeds into DIR and
+// exits, so that no corpus is checked in. Call from LLVMFuzzerInitialize, which
+// libFuzzer runs before it reads its own flags; returns when not asked.
+inline void writeSeedsIfAsked(int* argc, char*** argv, const std::function<Seeds()>& makeSeeds) {
+  if (*argc != 3 || std::string_view((*argv)[1]) != "--write-seeds") return;
+  const std::filesystem::path folder = (*argv)[2];
+  std::filesystem::create_directories(folder);
+  for (const auto& [name, bytes] : makeSeeds()) {
+    std::ofstream file(folder / name, std::ios::binary | std::ios::trunc);
+    file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    if (!file) {
+      std::fprintf(stderr, "cannot write seed %s\n", (folder / name).c_str());
+      std::exit(1);
+    }
+  }
+  std::exit(0);
+}
+
+}  // namespace orvid::fuzz
