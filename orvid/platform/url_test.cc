@@ -133,22 +133,16 @@ TEST(URLTest, QueryItemsEncodeSeparatorsAndDecodeBack) {
 }
 
 TEST(URLTest, AppendingQueryItemsKeepsTheExistingQuery) {
-  struct Case {
-    std::string base;
-    std::vector<URLQueryItem> added;
-    std::string expected;
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"https://h/p?key=1", "https://h/p?key=1&b=x%20y&c"},
+      {"https://h/p?key=1#frag", "https://h/p?key=1&b=x%20y&c#frag"},
+      {"https://h/p", "https://h/p?b=x%20y&c"},
+      {"https://h/p?", "https://h/p?b=x%20y&c"},
   };
-  const std::vector<Case> cases = {
-      {"https://h/p?key=1", {{"b", "2"}}, "https://h/p?key=1&b=2"},
-      {"https://h/p?key=1#frag", {{"b", "x y"}, {"c", std::nullopt}}, "https://h/p?key=1&b=x%20y&c#frag"},
-      {"https://h/p", {{"b", "2"}}, "https://h/p?b=2"},
-      {"https://h/p?", {{"b", "2"}}, "https://h/p?b=2"},
-      {"https://h/p?key=1", {}, "https://h/p?key=1"},
-  };
-  for (const auto& testCase : cases) {
-    EXPECT_EQ(parsed(testCase.base).appendingQueryItems(testCase.added).absoluteString(), testCase.expected)
-        << testCase.base;
+  for (const auto& [base, expected] : cases) {
+    EXPECT_EQ(parsed(base).appendingQueryItems({{"b", "x y"}, {"c", std::nullopt}}).absoluteString(), expected) << base;
   }
+  EXPECT_EQ(parsed("https://h/p?key=1").appendingQueryItems({}).absoluteString(), "https://h/p?key=1");
   auto items = parsed("https://h/p?key=a%2Bb").appendingQueryItems({{"next", "&"}}).queryItems();
   EXPECT_EQ(items, (std::vector<URLQueryItem>{{"key", "a+b"}, {"next", "&"}}));
 }

@@ -139,30 +139,23 @@ TEST(UserDefaultsTest, AFailedWriteThrowsAndKeepsTheHeldSettings) {
   EXPECT_EQ(defaults.value("k"), std::nullopt);
 }
 
-TEST(WriteFileAtomicallyTest, ReplacesContentsWithTheGivenPermissions) {
+TEST(WriteFileAtomicallyTest, ReplacesContentsWithTheGivenPermissionsOrLeavesTheTargetAlone) {
   TemporaryDirectory folder;
   ScopedUmask strict(0077);
   const fs::path file = folder / "sub" / "out.txt";
+  const auto readable = fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read | fs::perms::others_read;
   writeFileAtomically(file, "first");
-  EXPECT_EQ(readText(file), "first");
-  writeFileAtomically(file, std::string("second\0with nul", 15),
-                      fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read | fs::perms::others_read);
+  writeFileAtomically(file, std::string("second\0with nul", 15), readable);
   EXPECT_EQ(readText(file), std::string("second\0with nul", 15));
-  EXPECT_EQ(fs::status(file).permissions() & fs::perms::all,
-            fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read | fs::perms::others_read);
+  EXPECT_EQ(fs::status(file).permissions() & fs::perms::all, readable);
   EXPECT_EQ(entriesOf(folder / "sub"), std::vector<std::string>{"out.txt"});
-}
 
-TEST(WriteFileAtomicallyTest, AFailedRenameLeavesTheTargetAndNoTemporaryFile) {
-  TemporaryDirectory folder;
-  // A non-empty folder cannot be replaced by a file.
-  const fs::path target = folder / "target";
-  fs::create_directory(target);
-  writeText(target / "inside", "kept");
-  EXPECT_THROW(writeFileAtomically(target, "data"), fs::filesystem_error);
-  EXPECT_TRUE(fs::is_directory(target));
-  EXPECT_EQ(readText(target / "inside"), "kept");
-  EXPECT_EQ(entriesOf(folder.path()), std::vector<std::string>{"target"});
+  // A non-empty folder cannot be replaced by a file: it stays, and no temporary file is left.
+  fs::create_directory(folder / "sub" / "target");
+  writeText(folder / "sub" / "target" / "inside", "kept");
+  EXPECT_THROW(writeFileAtomically(folder / "sub" / "target", "data"), fs::filesystem_error);
+  EXPECT_EQ(readText(folder / "sub" / "target" / "inside"), "kept");
+  EXPECT_EQ(entriesOf(folder / "sub"), (std::vector<std::string>{"out.txt", "target"}));
 }
 
 TEST(UserDefaultsTest, ConfigDirectoryFollowsTheEnvironmentInOrder) {

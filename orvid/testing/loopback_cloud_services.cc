@@ -87,7 +87,7 @@ LoopbackReply openAIScenarioFailure(LoopbackScenario scenario) {
 
 LoopbackReply transcriptionAnswer(const LoopbackRequest& request, const LoopbackOpenAIService::Options& options) {
   if (!request.isMultipart) return openAIBadRequest("Invalid Content-Type header, expected multipart/form-data.");
-  static const std::set<std::string> known = {"file", "model", "language", "prompt", "response_format", "temperature"};
+  static const std::set<std::string> known = {"file", "model", "language", "prompt", "temperature"};
   std::set<std::string> seen;
   for (const auto& part : request.parts) {
     if (!known.contains(part.name)) return openAIBadRequest("Unrecognized request argument supplied: " + part.name);
@@ -114,8 +114,6 @@ LoopbackReply transcriptionAnswer(const LoopbackRequest& request, const Loopback
       return openAIBadRequest("Invalid 'temperature': expected a number between 0 and 1, got '" + text + "'.");
     }
   }
-  const auto* format = request.part("response_format");
-  if (format != nullptr && format->content != "json") return openAIBadRequest("Unsupported 'response_format'.");
   return makeReply(200, json{{"text", options.transcript}}.dump());
 }
 

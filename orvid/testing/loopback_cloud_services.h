@@ -43,8 +43,8 @@ class LoopbackService {
 };
 
 // The OpenAI endpoints "POST {prefix}/audio/transcriptions" (multipart/form-data
-// with "file", "model" and the optional "language", "prompt", "response_format"
-// (json only), "temperature") and "POST {prefix}/chat/completions", checked and
+// with "file", "model" and the optional "language", "prompt", "temperature";
+// answered in the json format) and "POST {prefix}/chat/completions", checked and
 // answered as the public API reference describes them, with bearer authentication.
 struct LoopbackOpenAIServiceOptions {
   std::string pathPrefix = "/v1";

@@ -50,33 +50,7 @@ class CloudBatchLoopbackTest : public ::testing::Test {
   }
 };
 
-TEST_F(CloudBatchLoopbackTest, TranscribesThroughTheRealService) {
-  auto openAI = provider("sk-loopback-e2e-key");
-  TranscriptionRequest request = recording("en");
-  request.promptHint = "Brindle, Orvid";
-  request.providerOptions = {{"temperature", TranscriptionProviderOptionValue::number(0.2)}};
-
-  TranscriptionResult result = openAI.transcribe(request);
-
-  EXPECT_EQ(result.text, "Hello from the loopback service.");
-  EXPECT_EQ(result.providerDiagnostics, request.languageRoute.diagnosticSummary());
-  auto received = server.requests();
-  ASSERT_EQ(received.size(), 1u);
-  EXPECT_EQ(received[0].path, "/v1/audio/transcriptions");
-  ASSERT_TRUE(received[0].isMultipart);
-  ASSERT_EQ(received[0].parts.size(), 5u);
-  EXPECT_EQ(received[0].parts.back().name, "file");
-  EXPECT_EQ(received[0].parts.back().filename, "tesselhost.wav");
-  EXPECT_EQ(received[0].parts.back().contentType, "audio/wav");
-  EXPECT_EQ(testing::wavProblem(received[0].parts.back().content), std::nullopt);
-  EXPECT_EQ(received[0].parts.back().content.size(), 44u + 8000u);
-  EXPECT_EQ(received[0].part("model")->content, "gpt-4o-mini-transcribe");
-  EXPECT_EQ(received[0].part("language")->content, "en");
-  EXPECT_EQ(received[0].part("prompt")->content, "Brindle, Orvid");
-  EXPECT_EQ(received[0].part("temperature")->content, "0.2");
-}
-
-TEST_F(CloudBatchLoopbackTest, PromptLanguageAndTemperatureComeFromOptionsHintAndRoute) {
+TEST_F(CloudBatchLoopbackTest, UploadsTheRecordingWithPromptLanguageAndTemperatureFromOptionsHintAndRoute) {
   using Option = TranscriptionProviderOptionValue;
   struct Case {
     const char* name;
@@ -87,6 +61,7 @@ TEST_F(CloudBatchLoopbackTest, PromptLanguageAndTemperatureComeFromOptionsHintAn
     std::optional<std::string> temperature;
   };
   const std::vector<Case> cases = {
+      {"everything", {{"temperature", Option::number(0.2)}}, "Brindle, Orvid", "en", "Brindle, Orvid", "0.2"},
       {"option prompt is trimmed and wins", {{"prompt", Option::text("  Brindle, Orvid \n")}}, "hint", "en",
        "Brindle, Orvid", std::nullopt},
       {"blank option falls back to the hint", {{"prompt", Option::text(" \t ")}}, "vocabulary hint", std::nullopt,
@@ -108,16 +83,27 @@ TEST_F(CloudBatchLoopbackTest, PromptLanguageAndTemperatureComeFromOptionsHintAn
     TranscriptionRequest request = recording(c.language);
     request.providerOptions = c.options;
     request.promptHint = c.hint;
-    EXPECT_EQ(openAI.transcribe(request).text, "Hello from the loopback service.");
+    TranscriptionResult result = openAI.transcribe(request);
+    EXPECT_EQ(result.text, "Hello from the loopback service.");
+    EXPECT_EQ(result.providerDiagnostics, request.languageRoute.diagnosticSummary());
     const auto sent = server.requests().at(i);
     auto content = [&sent](const char* name) {
       const auto* part = sent.part(name);
       return part ? std::optional(part->content) : std::nullopt;
     };
+    EXPECT_EQ(content("model"), "gpt-4o-mini-transcribe");
     EXPECT_EQ(content("prompt"), c.prompt);
     EXPECT_EQ(content("language"), c.language.value_or("").empty() ? std::nullopt : c.language);
     EXPECT_EQ(content("temperature"), c.temperature);
+    ASSERT_FALSE(sent.parts.empty());
+    const auto& file = sent.parts.back();
+    EXPECT_EQ(file.name, "file");
+    EXPECT_EQ(file.filename, "tesselhost.wav");
+    EXPECT_EQ(file.contentType, "audio/wav");
+    EXPECT_EQ(testing::wavProblem(file.content), std::nullopt);
+    EXPECT_EQ(file.content.size(), 44u + 8000u);
   }
+  EXPECT_EQ(server.requests().at(0).path, "/v1/audio/transcriptions");
 }
 
 TEST_F(CloudBatchLoopbackTest, OneProviderServesSeveralTranscriptionsAtOnce) {
