@@ -67,6 +67,8 @@ TEST(AIProviderURLBuilderTest, ChatEndpointNeverDoublesTheChatPath) {
       {"https://api.anthropic.com/v1/messages//", "messages", "https://api.anthropic.com/v1/messages"},
       {"https://gw.example.com:8443/openai/v1/chat/completions?api-version=2", "chat/completions",
        "https://gw.example.com:8443/openai/v1/chat/completions?api-version=2"},
+      {"http://[::1]:1234/v1/chat/completions/?x=1", "chat/completions", "http://[::1]:1234/v1/chat/completions?x=1"},
+      {"https://me:pw@gw.example.com:8443/v1/messages#frag", "messages", "https://me:pw@gw.example.com:8443/v1/messages#frag"},
       // A path that merely contains "chat" is left alone.
       {"https://api.example.com/chatbots/v1", "chat/completions", "https://api.example.com/chatbots/v1/chat/completions"},
       {"https://api.example.com/v1/chat/completions", "  ", "https://api.example.com/v1"},
@@ -86,19 +88,6 @@ TEST(AIProviderURLBuilderTest, ChatEndpointNeverDoublesTheChatPath) {
     EXPECT_EQ(AIProviderURLBuilder::chatEndpoint(*base, testCase.path).absoluteString(), testCase.expected)
         << testCase.base << " + " << testCase.path;
   }
-}
-
-TEST(AIProviderURLBuilderTest, NormalisedBaseKeepsSchemeHostPortAndQuery) {
-  auto url = URL::parse("http://[::1]:1234/v1/chat/completions/?x=1");
-  ASSERT_TRUE(url);
-  const auto normalised = AIProviderURLBuilder::chatNormalizedBaseURL(*url);
-  EXPECT_EQ(normalised.absoluteString(), "http://[::1]:1234/v1?x=1");
-  auto withUser = URL::parse("https://me:pw@gw.example.com:8443/v1/messages#frag");
-  ASSERT_TRUE(withUser);
-  EXPECT_EQ(AIProviderURLBuilder::chatNormalizedBaseURL(*withUser).absoluteString(),
-            "https://me:pw@gw.example.com:8443/v1#frag");
-  EXPECT_EQ(AIProviderURLBuilder::normalizedBaseURL("https://a.example/v1//")->absoluteString(), "https://a.example/v1");
-  EXPECT_FALSE(AIProviderURLBuilder::normalizedBaseURL(" \n "));
 }
 
 }  // namespace

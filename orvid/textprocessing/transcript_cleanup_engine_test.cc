@@ -150,15 +150,6 @@ TEST(TranscriptCleanupEngineTest, FuzzyReplacementAgreesWithSimilarityAtEveryThr
   EXPECT_LT(replaced, 2700);
 }
 
-TEST(TranscriptCleanupEngineTest, ReplaceNGramApproximationsJoinsWordsWithSingleSpaces) {
-  EXPECT_EQ(TranscriptCleanupEngine::replaceNGramApproximations("  run   cube c t l  now", "kubectl", 0.7),
-            "run kubectl now");
-  EXPECT_EQ(TranscriptCleanupEngine::replaceNGramApproximations("nothing here", "kubectl", 0.7), "nothing here");
-  // Called directly, thresholds are not clamped: above 1 nothing is close enough.
-  EXPECT_EQ(TranscriptCleanupEngine::replaceNGramApproximations("kubectl now", "kubectl", 1.5), "kubectl now");
-  EXPECT_EQ(TranscriptCleanupEngine::replaceNGramApproximations("Kubectl now", "kubectl", 1.0), "kubectl now");
-}
-
 TEST(TranscriptCleanupEngineTest, DictionaryTermsAreDeduplicatedByLettersAndDigitsAndTakenFromTheContext) {
   EXPECT_EQ(TranscriptCleanupEngine::normalizedDictionaryTerms({"Open AI", "openai", "  spaced \n term ", " ", "OPEN-AI"},
                                                                 std::nullopt),
@@ -184,20 +175,6 @@ TEST_F(CleanupFixture, ContextTermsAreForcedIntoTheText) {
   EXPECT_EQ(engine_.clean("open git hub and run cube c t l", config), "open GitHub and run cube c t l");
   config.wordCorrectionThreshold = 0.8;
   EXPECT_EQ(engine_.clean("open git hub and run cube c t l", config), "open GitHub and run kubectl");
-}
-
-TEST(TranscriptCleanupEngineTest, SpokenFormsSplitCamelCaseAndSpellCapitals) {
-  auto has = [](const std::vector<std::string>& forms, const std::string& form) {
-    return std::find(forms.begin(), forms.end(), form) != forms.end();
-  };
-  auto github = TranscriptCleanupEngine::spokenForms("GitHub");
-  EXPECT_TRUE(has(github, "GitHub") && has(github, "Git Hub")) << github.size();
-  auto aws = TranscriptCleanupEngine::spokenForms("AWS");
-  EXPECT_TRUE(has(aws, "AWS") && has(aws, "A W S"));
-  EXPECT_TRUE(has(TranscriptCleanupEngine::spokenForms("GPT-4"), "G P T"));
-  EXPECT_EQ(TranscriptCleanupEngine::spokenForms("kubectl"), std::vector<std::string>{"kubectl"});
-  EXPECT_EQ(TranscriptCleanupEngine::spokenForms("42"), std::vector<std::string>{"42"});
-  EXPECT_EQ(TranscriptCleanupEngine::spokenForms("北京"), std::vector<std::string>{"北京"});
 }
 
 TEST_F(CleanupFixture, HostSettingsRunAutocorrectThenNormalisationThenConversion) {
