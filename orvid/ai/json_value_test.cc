@@ -21,8 +21,9 @@ TEST(JSONValueTest, DecodesEachKindTryingBooleansBeforeNumbers) {
       {"null", JSONValue::null()},
       {"\"ünï\"", JSONValue::string("ünï")},
       {R"({"list":[1,"a",true,null,{"x":[]}]})",
-       JSONValue::object({{"list", JSONValue::array({JSONValue::number(1), JSONValue::string("a"), JSONValue::boolean(true),
-                                                     JSONValue::null(), JSONValue::object({{"x", JSONValue::array({})}})})}})},
+       JSONValue::object(
+           {{"list", JSONValue::array({JSONValue::number(1), JSONValue::string("a"), JSONValue::boolean(true),
+                                       JSONValue::null(), JSONValue::object({{"x", JSONValue::array({})}})})}})},
   };
   for (const auto& testCase : cases) EXPECT_EQ(decoded(testCase.text), testCase.expected) << testCase.text;
   EXPECT_NE(decoded("true"), JSONValue::number(1));

@@ -132,7 +132,8 @@ TEST(FileOrvidCredentialStoreTest, DamagedFilesFailWithoutQuotingTheirContents) 
     OrvidCredentialStoreError::Case errorCase;
   };
   const Case cases[] = {
-      {"{\"credentials\": {\"Brindle\": {\"provider.a.api-key\": \"sk-leak", OrvidCredentialStoreError::Case::fileFailure},
+      {"{\"credentials\": {\"Brindle\": {\"provider.a.api-key\": \"sk-leak",
+       OrvidCredentialStoreError::Case::fileFailure},
       {"[\"sk-leak\"]", OrvidCredentialStoreError::Case::fileFailure},
       {"{\"credentials\": {\"Brindle\": {\"provider.a.api-key\": 42}}, \"x\": \"sk-leak\"}",
        OrvidCredentialStoreError::Case::invalidData},
@@ -192,9 +193,10 @@ TEST(SystemCredentialStoreTest, FallsBackToTheFileWithoutASessionBus) {
   // No bus address and no runtime folder: the desktop keyring cannot be reached.
   const std::string environment = "env -u DBUS_SESSION_BUS_ADDRESS -u ORVID_CREDENTIAL_STORE XDG_RUNTIME_DIR=" +
                                   shellQuoted((directory.path() / "no-runtime").string()) + " ";
-  ASSERT_EQ(run("printf secret | " + environment + helper(configHome, "system", "Brindle", "write", "provider.s.api-key"))
-                .exitCode,
-            0);
+  ASSERT_EQ(
+      run("printf secret | " + environment + helper(configHome, "system", "Brindle", "write", "provider.s.api-key"))
+          .exitCode,
+      0);
   EXPECT_EQ(FileOrvidCredentialStore(configHome / "credentials.json", "Brindle").readCredential("provider.s.api-key"),
             "secret");
   EXPECT_EQ(run(environment + helper(configHome, "keyring", "Brindle", "available")).exitCode, 77);

@@ -13,7 +13,8 @@ namespace {
 TEST(Base64Test, EncodesAndDecodesTheRFC4648VectorsAndHighBytes) {
   const std::vector<std::pair<std::string, std::string>> vectors = {
       {"", ""},         {"f", "Zg=="},         {"fo", "Zm8="},         {"foo", "Zm9v"},
-      {"foob", "Zm9vYg=="}, {"fooba", "Zm9vYmE="}, {"foobar", "Zm9vYmFy"}, {std::string("\xFB\xFF\xBF\0\x3E", 5), "+/+/AD4="},
+      {"foob", "Zm9vYg=="}, {"fooba", "Zm9vYmE="}, {"foobar", "Zm9vYmFy"},
+      {std::string("\xFB\xFF\xBF\0\x3E", 5), "+/+/AD4="},
   };
   for (const auto& [plain, encoded] : vectors) {
     SCOPED_TRACE(encoded);

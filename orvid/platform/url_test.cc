@@ -63,7 +63,8 @@ TEST(URLTest, AbsoluteStringGivesBackWhatWasParsedAndSettingThePathKeepsTheRest)
     EXPECT_EQ(parsed(text).absoluteString(), text);
   }
   EXPECT_EQ(parsed("HTTP://Host/").absoluteString(), "http://Host/");
-  EXPECT_EQ(parsed("https://u@h:1/old?q=1#f").settingPath("/new/path").absoluteString(), "https://u@h:1/new/path?q=1#f");
+  EXPECT_EQ(parsed("https://u@h:1/old?q=1#f").settingPath("/new/path").absoluteString(),
+            "https://u@h:1/new/path?q=1#f");
 }
 
 TEST(URLTest, RejectsWhatIsNotAnAbsoluteURLWithAHost) {

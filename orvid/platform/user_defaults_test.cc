@@ -84,7 +84,8 @@ TEST(UserDefaultsTest, ValuesReachASecondInstanceThroughTheFile) {
   writer.remove("never-set");
   EXPECT_EQ(reader.string("selectedProvider"), "openai");  // held until reloaded
   reader.reload();
-  EXPECT_EQ(reader.dictionary(), (nlohmann::json{{"selectedProvider", "soniox"}, {"nested", {{"a", 1}, {"b", nullptr}}}}));
+  EXPECT_EQ(reader.dictionary(),
+            (nlohmann::json{{"selectedProvider", "soniox"}, {"nested", {{"a", 1}, {"b", nullptr}}}}));
   EXPECT_EQ(nlohmann::json::parse(readText(file)), reader.dictionary());
 }
 
@@ -125,7 +126,9 @@ TEST(UserDefaultsTest, ConcurrentSettersLoseNoKeysAndLeaveOnlyAnOwnerReadableFil
   EXPECT_EQ(all, defaults.dictionary());
   EXPECT_EQ(all.size(), static_cast<std::size_t>(kThreads * kKeysPerThread));
   for (int t = 0; t < kThreads; ++t) {
-    for (int i = 0; i < kKeysPerThread; ++i) EXPECT_EQ(all.value("t" + std::to_string(t) + "-" + std::to_string(i), -1), i);
+    for (int i = 0; i < kKeysPerThread; ++i) {
+      EXPECT_EQ(all.value("t" + std::to_string(t) + "-" + std::to_string(i), -1), i);
+    }
   }
   EXPECT_EQ(entriesOf(folder.path()), std::vector<std::string>{"settings.json"});
   EXPECT_EQ(fs::status(file).permissions() & fs::perms::all, fs::perms::owner_read | fs::perms::owner_write);

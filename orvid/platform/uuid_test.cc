@@ -19,7 +19,8 @@ TEST(UUIDTest, RandomIsVersionFourWithTheStandardVariantInUpperCaseText) {
     EXPECT_EQ(UUID::parse(uuid.uuidString()), uuid);
   }
   UUID counting;
-  for (std::size_t i = 0; i < counting.bytes.size(); ++i) counting.bytes[i] = static_cast<std::uint8_t>(0x0F + i * 0x11);
+  for (std::size_t i = 0; i < counting.bytes.size(); ++i)
+    counting.bytes[i] = static_cast<std::uint8_t>(0x0F + i * 0x11);
   EXPECT_EQ(counting.uuidString(), "0F203142-5364-7586-97A8-B9CADBECFD0E");
 }
 

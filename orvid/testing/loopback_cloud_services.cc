@@ -127,7 +127,9 @@ LoopbackReply chatAnswer(const LoopbackRequest& request, const LoopbackOpenAISer
   }
   if (!nonEmptyString(*body, "model")) return openAIBadRequest("you must provide a model parameter");
   const json messages = body->value("messages", json());
-  if (!messages.is_array() || messages.empty()) return openAIBadRequest("Invalid 'messages': expected a non-empty array.");
+  if (!messages.is_array() || messages.empty()) {
+    return openAIBadRequest("Invalid 'messages': expected a non-empty array.");
+  }
   static const std::set<std::string> roles = {"system", "developer", "user", "assistant", "tool"};
   std::size_t promptTokens = 0;
   for (const json& message : messages) {
@@ -147,7 +149,8 @@ LoopbackReply chatAnswer(const LoopbackRequest& request, const LoopbackOpenAISer
       const json wrapper = format.value("json_schema", json());
       if (!wrapper.is_object() || !nonEmptyString(wrapper, "name") ||
           !std::regex_match(wrapper["name"].get<std::string>(), std::regex("[a-zA-Z0-9_-]{1,64}")) ||
-          (wrapper.contains("strict") && !wrapper["strict"].is_boolean()) || !wrapper.value("schema", json()).is_object()) {
+          (wrapper.contains("strict") && !wrapper["strict"].is_boolean()) ||
+          !wrapper.value("schema", json()).is_object()) {
         return openAIBadRequest("Invalid 'response_format.json_schema'.");
       }
       json answer = json::object();
@@ -218,7 +221,9 @@ LoopbackReply messagesAnswer(const LoopbackRequest& request, const LoopbackAnthr
     return anthropicBadRequest("max_tokens: Field required");
   }
   const json messages = body->value("messages", json());
-  if (!messages.is_array() || messages.empty()) return anthropicBadRequest("messages: at least one message is required");
+  if (!messages.is_array() || messages.empty()) {
+    return anthropicBadRequest("messages: at least one message is required");
+  }
   std::size_t inputTokens = 0;
   for (std::size_t i = 0; i < messages.size(); ++i) {
     const json& message = messages[i];
@@ -281,7 +286,8 @@ std::optional<std::string> wavProblem(const std::string& bytes) {
       channels = littleEndian(bytes, start + 2, 2);
       const std::uint32_t sampleRate = littleEndian(bytes, start + 4, 4);
       if (channels == 0 || sampleRate == 0) return "no channels or no sample rate";
-      if (littleEndian(bytes, start + 12, 2) != channels * 2 || littleEndian(bytes, start + 8, 4) != sampleRate * channels * 2) {
+      if (littleEndian(bytes, start + 12, 2) != channels * 2 ||
+          littleEndian(bytes, start + 8, 4) != sampleRate * channels * 2) {
         return "the byte rate or block alignment is inconsistent";
       }
     } else if (id == "data") {

@@ -11,7 +11,8 @@ using Choices = std::vector<RewriteChoice>;
 TEST(PromptOutputParserTest, StripsOnlyTheFourInvisibleCharacters) {
   EXPECT_EQ(PromptOutputParser::stripInvisibleCharacters("He\u200Bl\u200Cl\u200Do\uFEFF!"), "Hello!");
   // Neighbouring characters with similar encodings stay, and so do cut-off sequences.
-  EXPECT_EQ(PromptOutputParser::stripInvisibleCharacters("a\u200Eb\u2060c\u00A0d\xE2\x80"), "a\u200Eb\u2060c\u00A0d\xE2\x80");
+  EXPECT_EQ(PromptOutputParser::stripInvisibleCharacters("a\u200Eb\u2060c\u00A0d\xE2\x80"),
+            "a\u200Eb\u2060c\u00A0d\xE2\x80");
 }
 
 TEST(PromptOutputParserTest, ExtractsTheFirstOutputElementOrTheWholeAnswer) {

@@ -164,7 +164,8 @@ TEST_F(PromptPostProcessorTest, AlternativesAppendTheInstructionAndNeverAskForAS
 
 TEST_F(PromptPostProcessorTest, RetriesOnceWithoutTheSchemaWhenTheProviderRejectsItCountingTimeFromTheFirstTry) {
   provider_.supportsStructuredOutput = true;
-  client_->script.push_back({std::make_exception_ptr(OrvidProviderError::unsupportedProvider("400: JSON_SCHEMA")), 300ms});
+  client_->script.push_back(
+      {std::make_exception_ptr(OrvidProviderError::unsupportedProvider("400: JSON_SCHEMA")), 300ms});
   // The retry's reply is still read with the structured preference.
   client_->script.push_back({ChatCompletionResult{"{\"transcription\": \"Fixed\"}", std::nullopt, 70, std::nullopt,
                                                   std::nullopt},
@@ -237,9 +238,9 @@ TEST_F(PromptPostProcessorTest, CancellationStopsBeforeTheRequestAndPreventsTheR
   };
   auto client = std::make_shared<StoppingClient>();
   provider_.supportsStructuredOutput = true;
-  EXPECT_THROW(
-      PromptPostProcessor(client).process("text", prompt_, provider_, configuration_, std::nullopt, client->stop.get_token()),
-      CancellationError);
+  EXPECT_THROW(PromptPostProcessor(client).process("text", prompt_, provider_, configuration_, std::nullopt,
+                                                   client->stop.get_token()),
+               CancellationError);
   EXPECT_EQ(client->calls, 1);
 }
 
@@ -260,13 +261,15 @@ TEST_F(PromptPostProcessorTest, ReportsElapsedTimeTokensAndDebugTexts) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.expectedMilliseconds);
     client_->script.push_back(
-        {ChatCompletionResult{"<output>Done</output>", 12, c.outputTokens, "request body", "response body"}, c.duration});
+        {ChatCompletionResult{"<output>Done</output>", 12, c.outputTokens, "request body", "response body"},
+         c.duration});
     auto result = process("text");
     ASSERT_TRUE(result);
     EXPECT_EQ(result->elapsedMilliseconds, c.expectedMilliseconds);
     EXPECT_DOUBLE_EQ(result->tokensPerSecond.value_or(-1), c.expectedRate.value_or(-1));
     EXPECT_EQ(result->inputTokens, 12);
-    EXPECT_EQ(result->outputTokens, c.outputTokens ? std::optional<int>(static_cast<int>(*c.outputTokens)) : std::nullopt);
+    EXPECT_EQ(result->outputTokens,
+              c.outputTokens ? std::optional<int>(static_cast<int>(*c.outputTokens)) : std::nullopt);
     EXPECT_EQ(result->rawRequestDebug, "request body");
     EXPECT_EQ(result->rawResponseDebug, "response body");
     EXPECT_EQ(result->text, "Done");
@@ -328,7 +331,8 @@ TEST(PromptPostProcessorParseTest, RecognisesSchemaRejectionsOnlyInUnsupportedPr
   for (const char* rejection : {"Invalid RESPONSE_FORMAT", "guided_grammar failed", "could not compile_grammar",
                                 "unsupported parameter: 'response_format'", "model does not support Structured Output",
                                 "structured_output disabled", "Unsupported Tokenizer for this model"}) {
-    EXPECT_TRUE(PromptPostProcessor::isStructuredOutputIncompatibility(OrvidProviderError::unsupportedProvider(rejection)))
+    EXPECT_TRUE(
+        PromptPostProcessor::isStructuredOutputIncompatibility(OrvidProviderError::unsupportedProvider(rejection)))
         << rejection;
   }
   for (const char* other : {"responseformat", "structured-output", "rate limit exceeded"}) {

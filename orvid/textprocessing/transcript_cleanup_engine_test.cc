@@ -151,8 +151,8 @@ TEST(TranscriptCleanupEngineTest, FuzzyReplacementAgreesWithSimilarityAtEveryThr
 }
 
 TEST(TranscriptCleanupEngineTest, DictionaryTermsAreDeduplicatedByLettersAndDigitsAndTakenFromTheContext) {
-  EXPECT_EQ(TranscriptCleanupEngine::normalizedDictionaryTerms({"Open AI", "openai", "  spaced \n term ", " ", "OPEN-AI"},
-                                                                std::nullopt),
+  EXPECT_EQ(TranscriptCleanupEngine::normalizedDictionaryTerms(
+                {"Open AI", "openai", "  spaced \n term ", " ", "OPEN-AI"}, std::nullopt),
             (std::vector<std::string>{"Open AI", "spaced term"}));
   // Terms without letters or digits share the empty key; two Devanagari spellings stay two terms.
   EXPECT_EQ(TranscriptCleanupEngine::normalizedDictionaryTerms({"++", "--", "C++", "किताब", "कताब"}, std::nullopt),

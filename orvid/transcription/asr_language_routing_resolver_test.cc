@@ -214,9 +214,9 @@ TEST(ASRLanguageRoutingResolverTest, ChineseScriptsAreNormalisedOnlyForCloudServ
     EXPECT_EQ(route.providerLanguage, c.sent) << c.provider.id;
     EXPECT_EQ(route.effectivePostProcessingLanguage, "zh-Hans") << c.provider.id;
   }
-  auto local = ASRLanguageRoutingResolver::resolve(
-      ASRLanguageSelection{{"yue-Hant"}}, onDeviceModel("local.model", LocalTranscriptionEngineType::whisperCpp, kLanguages), batch);
-  EXPECT_EQ(local.providerLanguage, "yue-Hant");
+  const auto whisper = onDeviceModel("local.model", LocalTranscriptionEngineType::whisperCpp, kLanguages);
+  EXPECT_EQ(ASRLanguageRoutingResolver::resolve(ASRLanguageSelection{{"yue-Hant"}}, whisper, batch).providerLanguage,
+            "yue-Hant");
 }
 
 TEST(ASRLanguageRoutingResolverTest, CatalogueProvidersRouteAsTheirServicesExpect) {

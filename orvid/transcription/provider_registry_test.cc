@@ -12,7 +12,8 @@ TEST(TranscriptionProviderRegistryTest, FindsEntriesByExactIdentifierAndListsThe
     EXPECT_EQ(TranscriptionProviderRegistry::descriptor(provider.id), provider);
     if (auto model = provider.backend.localModel()) onDevice.push_back(*model);
   }
-  for (const char* unknown : {"OpenAI", "openai ", ""}) EXPECT_FALSE(TranscriptionProviderRegistry::descriptor(unknown));
+  for (const char* unknown : {"OpenAI", "openai ", ""})
+    EXPECT_FALSE(TranscriptionProviderRegistry::descriptor(unknown));
   EXPECT_FALSE(onDevice.empty());
   EXPECT_EQ(TranscriptionProviderRegistry::localModelDescriptors(), onDevice);
 }

@@ -42,8 +42,9 @@ class CloudBatchTranscriptionProviderTest : public ::testing::Test {
     return InMemoryOrvidHTTPClient::answering(status, bytesFromString(body));
   }
 
-  CloudBatchTranscriptionProvider provider(std::shared_ptr<OrvidHTTPClient> http,
-                                           CloudTranscriptionProviderAPI api = CloudTranscriptionProviderAPI::openAICompatible) {
+  CloudBatchTranscriptionProvider provider(
+      std::shared_ptr<OrvidHTTPClient> http,
+      CloudTranscriptionProviderAPI api = CloudTranscriptionProviderAPI::openAICompatible) {
     return CloudBatchTranscriptionProvider("groq", url("https://api.groq.com/openai/v1"), api, "groq-main",
                                            "whisper-large-v3", store, std::move(http));
   }
@@ -114,9 +115,10 @@ TEST_F(CloudBatchTranscriptionProviderTest, ServicesWithoutAPathInThisBuildAndSt
 }
 
 TEST_F(CloudBatchTranscriptionProviderTest, TransportErrorsCancellationAndMissingKeysPropagateUnchanged) {
-  auto failing = std::make_shared<InMemoryOrvidHTTPClient>([](const OrvidHTTPRequest&, std::stop_token) -> OrvidHTTPResponse {
-    throw OrvidHTTPError::timedOut("no data for 60000 ms");
-  });
+  auto failing =
+      std::make_shared<InMemoryOrvidHTTPClient>([](const OrvidHTTPRequest&, std::stop_token) -> OrvidHTTPResponse {
+        throw OrvidHTTPError::timedOut("no data for 60000 ms");
+      });
   auto broken = provider(failing);
   EXPECT_EQ(errorOf<OrvidHTTPError>([&] { broken.transcribe(recording()); }),
             OrvidHTTPError::timedOut("no data for 60000 ms"));

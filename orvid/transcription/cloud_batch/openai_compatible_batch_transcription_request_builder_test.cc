@@ -64,16 +64,18 @@ TEST_F(OpenAICompatibleRequestBuilderTest, WritesTheExactMultipartUploadWithItsO
 
   // Both frames' samples after a 44-byte header for 6 sample bytes.
   const std::string wav = wavHeader('\x2A', '\0', '\x06', '\0') + std::string("\x01\x00\xFF\x7F\x00\x80", 6);
-  const std::string expected = delimiter + "Content-Disposition: form-data; name=\"model\"\r\n\r\nwhisper-large-v3\r\n" +
-                               delimiter + "Content-Disposition: form-data; name=\"language\"\r\n\r\nde\r\n" + delimiter +
-                               "Content-Disposition: form-data; name=\"prompt\"\r\n\r\nOrvid, \"Brindle\"\nzweite Zeile\r\n" +
-                               delimiter + "Content-Disposition: form-data; name=\"temperature\"\r\n\r\n0.2\r\n" + delimiter +
-                               "Content-Disposition: form-data; name=\"file\"; filename=\"tesselhost.wav\"\r\n"
-                               "Content-Type: audio/wav\r\n\r\n" +
-                               wav + "\r\n--Brindle-" + uuid + "--\r\n";
+  const std::string expected =
+      delimiter + "Content-Disposition: form-data; name=\"model\"\r\n\r\nwhisper-large-v3\r\n" + delimiter +
+      "Content-Disposition: form-data; name=\"language\"\r\n\r\nde\r\n" + delimiter +
+      "Content-Disposition: form-data; name=\"prompt\"\r\n\r\nOrvid, \"Brindle\"\nzweite Zeile\r\n" + delimiter +
+      "Content-Disposition: form-data; name=\"temperature\"\r\n\r\n0.2\r\n" + delimiter +
+      "Content-Disposition: form-data; name=\"file\"; filename=\"tesselhost.wav\"\r\n"
+      "Content-Type: audio/wav\r\n\r\n" +
+      wav + "\r\n--Brindle-" + uuid + "--\r\n";
   EXPECT_EQ(stringFromBytes(request.body.value()), expected);
 
-  auto again = builder.request(url("https://api.groq.com/openai/v1"), "groq-main", "m", frames, "de", std::nullopt, 0.2);
+  auto again =
+      builder.request(url("https://api.groq.com/openai/v1"), "groq-main", "m", frames, "de", std::nullopt, 0.2);
   EXPECT_NE(again.headerValue("Content-Type"), contentType);
 }
 
