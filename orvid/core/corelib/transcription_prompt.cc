@@ -66,12 +66,17 @@ void from_json(const nlohmann::json& json, RewriteChoice& choice) {
   const auto& text = json.at("text");
   const auto& start = json.at("start");
   const auto& end = json.at("end");
-  if (!text.is_string() || !start.is_number_integer() || !end.is_number_integer()) {
+  // An unsigned number past the signed range would wrap on reading.
+  auto isOffset = [](const nlohmann::json& value) {
+    return value.is_number_integer() &&
+           (!value.is_number_unsigned() || value.get<std::uint64_t>() <= static_cast<std::uint64_t>(INT64_MAX));
+  };
+  if (!text.is_string() || !isOffset(start) || !isOffset(end)) {
     throw nlohmann::json::type_error::create(302, "a rewrite choice needs text, start and end", &json);
   }
   choice.text = text.get<std::string>();
-  choice.start = start.get<int>();
-  choice.end = end.get<int>();
+  choice.start = start.get<std::int64_t>();
+  choice.end = end.get<std::int64_t>();
 }
 
 }  // namespace orvid

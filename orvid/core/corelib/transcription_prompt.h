@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -47,10 +48,11 @@ struct PromptPostProcessResult {
 };
 
 // One alternative rewrite of the region [start, end) of the input, in characters.
+// Decoding takes any offset a signed 64-bit integer holds and rejects the rest.
 struct RewriteChoice {
   std::string text;
-  int start = 0;
-  int end = 0;
+  std::int64_t start = 0;
+  std::int64_t end = 0;
 
   bool operator==(const RewriteChoice&) const = default;
 };

@@ -5,6 +5,7 @@
 #include <list>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <utility>
 
 #include <opencc/Config.hpp>
@@ -165,22 +166,27 @@ class OpenCC::Converters {
  public:
   explicit Converters(std::filesystem::path directory) : directory_(std::move(directory)) {}
 
+  // The converter of `mode`, loaded once. A mode whose files could not be loaded
+  // fails the same way on every later call without reading the disk again.
   ConverterPtr converter(OpenCCMode mode) {
     {
       std::lock_guard lock(mutex_);
       if (auto it = loaded_.find(mode); it != loaded_.end()) return it->second;
+      if (auto it = failed_.find(mode); it != failed_.end()) throw it->second;
     }
     // Loading reads dictionary files: done outside the lock. Two threads may both
     // load a mode the first time; the first to finish is kept.
     ConverterPtr fresh;
+    std::optional<OpenCCError> failure;
     try {
       fresh = buildConverter(directory_, mode);
-    } catch (const opencc::Exception& error) {
-      throw OpenCCError::configurationUnavailable(mode, error.what());
+    } catch (const opencc::Exception& error) {  // not a std::exception
+      failure = OpenCCError::configurationUnavailable(mode, error.what());
     } catch (const std::exception& error) {
-      throw OpenCCError::configurationUnavailable(mode, error.what());
+      failure = OpenCCError::configurationUnavailable(mode, error.what());
     }
     std::lock_guard lock(mutex_);
+    if (failure) throw failed_.emplace(mode, std::move(*failure)).first->second;
     return loaded_.emplace(mode, std::move(fresh)).first->second;
   }
 
@@ -188,6 +194,7 @@ class OpenCC::Converters {
   const std::filesystem::path directory_;
   std::mutex mutex_;
   std::map<OpenCCMode, ConverterPtr> loaded_;
+  std::map<OpenCCMode, OpenCCError> failed_;
 };
 
 OpenCC::OpenCC(std::filesystem::path dataDirectory)
