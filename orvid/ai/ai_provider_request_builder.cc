@@ -6,7 +6,7 @@
 
 #include "orvid/ai/ai_provider_url_builder.h"
 #include "orvid/ai/orvid_provider_error.h"
-#include "orvid/ai/whitespace_trimming.h"
+#include "orvid/platform/internal/text.h"
 
 namespace orvid {
 namespace {
@@ -124,7 +124,7 @@ void AIProviderRequestBuilder::applyHeaders(OrvidHTTPRequest& request, const AIP
   for (const auto& header : provider.defaultHeaders) request.setHeader(header.name, header.value);
 
   for (const auto& header : configuration.customHeaders) {
-    const std::string name(trimmingWhitespaceAndNewlines(header.name));
+    const std::string name(internal::trimUnicodeWhitespace(header.name));
     if (name.empty()) continue;
     std::optional<std::string> value;
     if (header.isSecret && header.credentialReference) {

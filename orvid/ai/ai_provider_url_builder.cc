@@ -2,7 +2,7 @@
 
 #include <regex>
 
-#include "orvid/ai/whitespace_trimming.h"
+#include "orvid/platform/internal/text.h"
 
 namespace orvid::AIProviderURLBuilder {
 namespace {
@@ -23,7 +23,7 @@ URL appending(const URL& base, std::string_view component) {
 }  // namespace
 
 std::optional<URL> normalizedBaseURL(std::string_view text) {
-  const auto base = withoutTrailingSlashes(trimmingWhitespaceAndNewlines(text));
+  const auto base = withoutTrailingSlashes(internal::trimUnicodeWhitespace(text));
   if (base.empty()) return std::nullopt;
   return URL::parse(base);
 }
@@ -32,7 +32,7 @@ std::optional<URL> endpoint(std::string_view baseURL, const std::optional<std::s
   auto base = normalizedBaseURL(baseURL);
   if (!base) return std::nullopt;
   // An absent path counts as empty.
-  const auto component = path ? trimmingWhitespaceAndNewlines(*path) : std::string_view();
+  const auto component = path ? internal::trimUnicodeWhitespace(*path) : std::string_view();
   if (component.empty()) return std::nullopt;
   return appending(*base, component);
 }
@@ -50,7 +50,7 @@ URL chatNormalizedBaseURL(const URL& url) {
 
 URL chatEndpoint(const URL& baseURL, std::string_view path) {
   const URL base = chatNormalizedBaseURL(baseURL);
-  const auto component = trimmingWhitespaceAndNewlines(path);
+  const auto component = internal::trimUnicodeWhitespace(path);
   if (component.empty()) return base;
   return appending(base, component);
 }

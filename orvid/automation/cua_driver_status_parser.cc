@@ -9,19 +9,12 @@
 #include <unicode/utext.h>
 
 #include "orvid/ai/secret_redactor.h"
+#include "orvid/platform/internal/text.h"
 
 namespace orvid::CUADriverStatusParser {
 namespace {
 
 using nlohmann::json;
-
-std::string lowercased(std::string_view text) {
-  std::string lower(text);
-  for (char& c : lower) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
-  return lower;
-}
 
 bool contains(std::string_view text, std::string_view word) { return text.find(word) != std::string_view::npos; }
 
@@ -51,7 +44,7 @@ std::optional<bool> boolValue(const json* value) {
   if (value == nullptr) return std::nullopt;
   if (value->is_boolean()) return value->get<bool>();
   if (!value->is_string()) return std::nullopt;
-  std::string lower = lowercased(value->get_ref<const std::string&>());
+  std::string lower = internal::lowercaseASCII(value->get_ref<const std::string&>());
   for (const char* yes : {"true", "yes", "ok", "ready", "granted", "running"}) {
     if (lower == yes) return true;
   }
@@ -64,7 +57,7 @@ std::optional<bool> boolValue(const json* value) {
 CUAPermissionState permissionState(const json* value) {
   if (value == nullptr) return CUAPermissionState::unknown;
   if (auto flag = boolValue(value)) return *flag ? CUAPermissionState::granted : CUAPermissionState::missing;
-  std::string lower = lowercased(stringValue(value).value_or(""));
+  std::string lower = internal::lowercaseASCII(stringValue(value).value_or(""));
   if (contains(lower, "granted") || contains(lower, "ok")) return CUAPermissionState::granted;
   if (contains(lower, "missing") || contains(lower, "denied")) return CUAPermissionState::missing;
   return CUAPermissionState::unknown;
@@ -130,7 +123,7 @@ std::optional<CUADriverStatus> parseDoctorJSON(std::string_view data, const std:
   status.screenRecordingPermission = permissionState(screenRecording);
 
   const json* error = member(report, "error");
-  std::string daemon = lowercased(status.daemonState.value_or(""));
+  std::string daemon = internal::lowercaseASCII(status.daemonState.value_or(""));
   if (boolValue(member(report, "installed")) == false) {
     status.readiness = CUADriverReadiness::notInstalled;
   } else if (boolValue(member(report, "ready")) == true) {
@@ -164,7 +157,7 @@ std::optional<CUADriverStatus> parseDoctorJSON(const Bytes& data, const std::opt
 CUADriverStatus parseText(std::string_view text, const std::optional<std::string>& binaryPath,
                           std::chrono::system_clock::time_point now) {
   std::string redacted = SecretRedactor::redact(text);
-  std::string lower = lowercased(redacted);
+  std::string lower = internal::lowercaseASCII(redacted);
 
   CUADriverStatus status;
   status.accessibilityPermission = textPermission(lower, "accessibility");

@@ -9,18 +9,10 @@
 
 #include "orvid/automation/synchronous_process.h"
 #include "orvid/automation/user_shell_environment.h"
-#include "orvid/automation/utf8_text.h"
+#include "orvid/platform/internal/text.h"
 
 namespace orvid {
 namespace {
-
-std::string trimmed(std::string_view text) {
-  const char* whitespace = " \t\n\r\f\v";
-  auto first = text.find_first_not_of(whitespace);
-  if (first == std::string_view::npos) return {};
-  auto last = text.find_last_not_of(whitespace);
-  return std::string(text.substr(first, last - first + 1));
-}
 
 std::vector<std::string> pathEntries(const ProcessEnvironment& environment) {
   std::vector<std::string> entries;
@@ -44,7 +36,9 @@ void appendOnce(std::vector<std::string>& list, std::set<std::string>& seen, std
 std::string directoryOf(const std::string& path) { return std::filesystem::path(path).parent_path().string(); }
 
 std::string homeDirectory(const ProcessEnvironment& base) {
-  if (auto home = base.find("HOME"); home != base.end() && !trimmed(home->second).empty()) return home->second;
+  if (auto home = base.find("HOME"); home != base.end() && !internal::trimASCIIWhitespace(home->second).empty()) {
+    return home->second;
+  }
   long suggested = ::sysconf(_SC_GETPW_R_SIZE_MAX);
   std::vector<char> buffer(suggested > 0 ? static_cast<std::size_t>(suggested) : 16384);
   passwd entry{};
@@ -112,7 +106,7 @@ std::optional<ResolvedAutomationExecutable> resolveExecutable(const std::string&
   if (!found) {
     SynchronousProcessOutput which = runSynchronousProcess("/usr/bin/which", {name}, environment, 5);
     if (which.exitCode != 0) return std::nullopt;
-    std::string answer = trimmed(decodeUTF8OrEmpty(stringFromBytes(which.stdout)));
+    std::string answer(internal::trimASCIIWhitespace(internal::decodeUTF8OrEmpty(which.stdout)));
     if (answer.empty()) return std::nullopt;
     found = answer;
   }

@@ -1,8 +1,8 @@
 #include "orvid/automation/orvid_process_running.h"
 
 #include "orvid/automation/child_process.h"
-#include "orvid/automation/utf8_text.h"
 #include "orvid/platform/cancellation.h"
+#include "orvid/platform/internal/text.h"
 
 namespace orvid {
 
@@ -16,7 +16,7 @@ OrvidProcessResult PosixSpawnOrvidProcessRunner::run(const std::filesystem::path
   supervision.stop = stop;
   ChildProcessOutcome outcome = child.supervise(std::move(supervision));
   if (outcome.terminated) throw CancellationError();
-  return {outcome.terminationStatus, decodeUTF8OrEmpty(stdout), decodeUTF8OrEmpty(stderr)};
+  return {outcome.terminationStatus, internal::decodeUTF8OrEmpty(stdout), internal::decodeUTF8OrEmpty(stderr)};
 }
 
 }  // namespace orvid

@@ -7,20 +7,12 @@
 
 #include "orvid/automation/executable_discovery.h"
 #include "orvid/automation/synchronous_process.h"
-#include "orvid/automation/utf8_text.h"
+#include "orvid/platform/internal/text.h"
 
 namespace orvid {
 namespace {
 
 constexpr int kShellTimeoutSeconds = 5;
-
-std::string trimmed(const std::string& text) {
-  const char* whitespace = " \t\n\r\f\v";
-  auto first = text.find_first_not_of(whitespace);
-  if (first == std::string::npos) return {};
-  auto last = text.find_last_not_of(whitespace);
-  return text.substr(first, last - first + 1);
-}
 
 std::optional<std::string> loginShellFromUserDatabase() {
   long suggested = ::sysconf(_SC_GETPW_R_SIZE_MAX);
@@ -55,7 +47,7 @@ ProcessEnvironment UserShellEnvironmentResolver::environment() {
 std::optional<std::string> UserShellEnvironmentResolver::currentUserShellPath() const {
   ProcessEnvironment host = sources_.hostEnvironment();
   if (auto shell = host.find("SHELL"); shell != host.end()) {
-    std::string path = trimmed(shell->second);
+    std::string path(internal::trimASCIIWhitespace(shell->second));
     if (!path.empty()) return path;
   }
   if (auto shell = sources_.userDatabaseShell(); shell && !shell->empty()) return shell;
@@ -74,7 +66,7 @@ ProcessEnvironment UserShellEnvironmentResolver::resolveEnvironment() const {
 }
 
 ProcessEnvironment UserShellEnvironmentResolver::parseEnvironment(const Bytes& data) {
-  std::optional<std::string> text = decodeUTF8(data);
+  std::optional<std::string> text = internal::decodeUTF8(data);
   if (!text) return {};
   ProcessEnvironment environment;
   std::size_t start = 0;

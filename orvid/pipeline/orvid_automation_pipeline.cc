@@ -8,8 +8,8 @@
 #include "orvid/core/corelib/orvid_settings.h"
 #include "orvid/core/orvid_error.h"
 #include "orvid/platform/cancellation.h"
+#include "orvid/platform/internal/text.h"
 #include "orvid/platform/user_defaults.h"
-#include "orvid/textprocessing/text_support.h"
 
 namespace orvid {
 namespace {
@@ -76,7 +76,7 @@ OrvidAutomationProposal OrvidAutomationPipeline::prepareAutomation(
 
     std::optional<std::string> language = transcript.language ? transcript.language : transcript.effectiveLanguage;
     std::string cleaned = cleanupEngine_.clean(transcript.text, cleanupConfiguration, language);
-    if (text_support::trimWhitespaceAndNewlines(cleaned).empty()) throw OrvidError::emptyAudio();
+    if (internal::trimUnicodeWhitespace(cleaned).empty()) throw OrvidError::emptyAudio();
     coordinator_->startProcessing(requestID, transcript.text, cleaned);
 
     const std::optional<AIModelReference>& automationModel = automationConfiguration.automationModel;

@@ -6,14 +6,14 @@
 #include <nlohmann/json.hpp>
 
 #include "orvid/core/corelib/json_support.h"
-#include "orvid/textprocessing/text_support.h"
+#include "orvid/platform/internal/text.h"
 
 namespace orvid {
 namespace {
 
 std::optional<std::string> nonBlankTrimmed(const std::optional<std::string>& text) {
   if (!text) return std::nullopt;
-  std::string trimmed = text_support::trimWhitespaceAndNewlines(*text);
+  std::string trimmed(internal::trimUnicodeWhitespace(*text));
   if (trimmed.empty()) return std::nullopt;
   return trimmed;
 }
@@ -52,12 +52,12 @@ std::optional<AutomationScriptProposal> OrvidAutomationProposal::decodedScriptPr
 std::string OrvidAutomationProposal::confirmationDisplayText() const {
   switch (method) {
     case AIAutomationMethod::computerUse: {
-      nlohmann::json instruction = nlohmann::json::parse(text_support::trimWhitespaceAndNewlines(proposedInstruction),
+      nlohmann::json instruction = nlohmann::json::parse(internal::trimUnicodeWhitespace(proposedInstruction),
                                                          nullptr, /*allow_exceptions=*/false);
       if (!instruction.is_object()) return proposedInstruction;
       if (auto summary = instruction.find("summary"); summary != instruction.end() && summary->is_string()) {
         const auto& text = summary->get_ref<const std::string&>();
-        if (!text_support::trimWhitespaceAndNewlines(text).empty()) return text;
+        if (!internal::trimUnicodeWhitespace(text).empty()) return text;
       }
       if (auto calls = instruction.find("calls"); calls != instruction.end() && calls->is_array() && !calls->empty()) {
         std::size_t count = calls->size();

@@ -7,13 +7,14 @@
 #include <nlohmann/json.hpp>
 #include <unicode/utf8.h>
 
+#include "orvid/platform/internal/text.h"
 #include "orvid/platform/joined.h"
 #include "orvid/textprocessing/text_support.h"
 
 namespace orvid {
 namespace {
 
-using text_support::trimWhitespaceAndNewlines;
+using internal::trimUnicodeWhitespace;
 
 // The pieces of `text` between characters for which `separator` holds, empty pieces dropped.
 template <typename Separator>
@@ -44,17 +45,17 @@ bool isLineBreak(char32_t c) {
 
 // Trimmed, lower-cased, words separated by single spaces.
 std::string normalForm(std::string_view text) {
-  std::string lower = text_support::lowercased(trimWhitespaceAndNewlines(text));
-  return joined(splitWhere(lower, text_support::isWhitespaceOrNewline), " ");
+  std::string lower = text_support::lowercased(trimUnicodeWhitespace(text));
+  return joined(splitWhere(lower, internal::isUnicodeWhitespace), " ");
 }
 
 std::string stripCodeFence(std::string_view text) {
-  std::string trimmed = trimWhitespaceAndNewlines(text);
+  std::string trimmed(trimUnicodeWhitespace(text));
   if (trimmed.starts_with("```")) {
     if (size_t newline = trimmed.find('\n'); newline != std::string::npos) trimmed.erase(0, newline);
     if (trimmed.ends_with("```")) trimmed.erase(trimmed.size() - 3);
   }
-  return trimWhitespaceAndNewlines(trimmed);
+  return std::string(trimUnicodeWhitespace(trimmed));
 }
 
 std::optional<std::vector<std::string>> decodeStringArray(const std::string& text) {
@@ -71,7 +72,7 @@ std::optional<std::vector<std::string>> decodeStringArray(const std::string& tex
 std::vector<std::string> trimmedNonEmpty(const std::vector<std::string>& strings) {
   std::vector<std::string> result;
   for (const std::string& string : strings) {
-    std::string trimmed = trimWhitespaceAndNewlines(string);
+    std::string trimmed(trimUnicodeWhitespace(string));
     if (!trimmed.empty()) result.push_back(std::move(trimmed));
   }
   return result;
@@ -110,7 +111,7 @@ std::string PromptOutputParser::extractOutput(std::string_view text) {
       body = body.substr(contentStart, close - contentStart);
     }
   }
-  return trimWhitespaceAndNewlines(body);
+  return std::string(trimUnicodeWhitespace(body));
 }
 
 std::optional<std::vector<std::string>> PromptOutputParser::parseMultipleChoices(
@@ -140,7 +141,7 @@ std::optional<std::vector<RewriteChoice>> PromptOutputParser::parseMultipleChoic
       std::vector<RewriteChoice> choices;
       std::vector<std::string> texts;
       for (RewriteChoice choice : *decoded) {
-        choice.text = trimWhitespaceAndNewlines(choice.text);
+        choice.text = std::string(trimUnicodeWhitespace(choice.text));
         if (choice.text.empty()) continue;
         if (inputLength) {
           choice.start = std::max(choice.start, 0);
@@ -181,7 +182,7 @@ bool PromptOutputParser::looksLikeLineSplitOfSingleAnswer(const std::vector<std:
   if (choiceSpansLines || !originalInput) return false;
   std::vector<std::string> lines;
   for (const std::string& line : splitWhere(*originalInput, isLineBreak)) {
-    std::string trimmed = trimWhitespaceAndNewlines(line);
+    std::string trimmed(trimUnicodeWhitespace(line));
     if (!trimmed.empty()) lines.push_back(std::move(trimmed));
   }
   if (lines.size() < 3) return false;

@@ -10,13 +10,14 @@
 
 #include "orvid/ai/json_value.h"
 #include "orvid/platform/cancellation.h"
+#include "orvid/platform/internal/text.h"
 #include "orvid/textprocessing/prompt_output_parser.h"
 #include "orvid/textprocessing/text_support.h"
 
 namespace orvid {
 namespace {
 
-using text_support::trimWhitespaceAndNewlines;
+using internal::trimUnicodeWhitespace;
 
 constexpr std::array<std::string_view, 7> kStructuredOutputIncompatibilityMarkers{
     "guided_grammar",    "compile_grammar",   "response_format",       "json_schema",
@@ -49,7 +50,7 @@ std::optional<PromptPostProcessResult> PromptPostProcessor::process(
     std::string_view cleanedTranscript, const TranscriptionPrompt& prompt, const AIProviderDescriptor& provider,
     const AIProviderConfiguration& configuration, const std::optional<std::string>& defaultModelID,
     std::stop_token stop) const {
-  std::string transcript = trimWhitespaceAndNewlines(cleanedTranscript);
+  std::string transcript(trimUnicodeWhitespace(cleanedTranscript));
   if (transcript.empty()) return std::nullopt;
 
   ChatCompletionRequest request;
@@ -98,7 +99,8 @@ std::string PromptPostProcessor::parseProcessedText(std::string_view content, bo
     nlohmann::json json = nlohmann::json::parse(visible, nullptr, false);
     if (!json.is_discarded() && json.is_object()) {
       if (auto field = json.find("transcription"); field != json.end() && field->is_string()) {
-        return trimWhitespaceAndNewlines(PromptOutputParser::stripInvisibleCharacters(field->get<std::string>()));
+        return std::string(
+            trimUnicodeWhitespace(PromptOutputParser::stripInvisibleCharacters(field->get<std::string>())));
       }
     }
   }

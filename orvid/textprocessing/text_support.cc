@@ -3,17 +3,14 @@
 #include <memory>
 
 #include <unicode/brkiter.h>
-#include <unicode/uchar.h>
 #include <unicode/unistr.h>
 
-#include "orvid/ai/whitespace_trimming.h"
+#include "orvid/platform/internal/text.h"
 
 namespace orvid::text_support {
 
-bool isWhitespaceOrNewline(char32_t c) { return u_isUWhiteSpace(static_cast<UChar32>(c)); }
-
 std::string trimWhitespaceAndNewlines(std::string_view text) {
-  return std::string(trimmingWhitespaceAndNewlines(text));
+  return std::string(internal::trimUnicodeWhitespace(text));
 }
 
 std::string lowercased(std::string_view text) {
@@ -24,13 +21,7 @@ std::string lowercased(std::string_view text) {
       break;
     }
   }
-  if (ascii) {
-    std::string lower(text);
-    for (char& c : lower) {
-      if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    }
-    return lower;
-  }
+  if (ascii) return internal::lowercaseASCII(text);
   icu::UnicodeString unicode =
       icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<int32_t>(text.size())));
   unicode.toLower(icu::Locale::getRoot());

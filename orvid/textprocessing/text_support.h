@@ -6,9 +6,9 @@
 // Unicode helpers shared by the cleanup engine and the prompt parsers (ICU inside).
 namespace orvid::text_support {
 
-// Whether `c` is white space or a line break (the Unicode White_Space property).
-bool isWhitespaceOrNewline(char32_t c);
-// `text` without white space and line breaks at either end.
+// `text` without Unicode white space at either end, as a string: the same as
+// internal::trimUnicodeWhitespace (orvid/platform/internal/text.h), which new
+// code calls directly.
 std::string trimWhitespaceAndNewlines(std::string_view text);
 // Full Unicode lower-casing (root locale).
 std::string lowercased(std::string_view text);

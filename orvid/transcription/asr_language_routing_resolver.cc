@@ -1,10 +1,10 @@
 #include "orvid/transcription/asr_language_routing_resolver.h"
 
 #include <algorithm>
-#include <cctype>
 #include <set>
 #include <vector>
 
+#include "orvid/platform/internal/text.h"
 #include "orvid/platform/joined.h"
 
 namespace orvid {
@@ -13,12 +13,7 @@ namespace {
 using Kind = ASRLanguageInputCapability::Kind;
 using Behavior = ASRUnspecifiedLanguageBehavior;
 using Strategy = ASRLanguageRoutingStrategy;
-
-std::string lowercased(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return text;
-}
+using internal::lowercaseASCII;
 
 // The value a cloud service expects for a picker code; on-device engines get codes unchanged.
 std::string normalize(const std::string& code, const TranscriptionProviderDescriptor& provider) {
@@ -48,7 +43,7 @@ ResolvedASRLanguageRoute ASRLanguageRoutingResolver::resolve(const ASRLanguageSe
   const auto capability = ASRLanguageCapabilityResolver::capability(provider, transport, modelID);
 
   std::set<std::string> supported;
-  for (const auto& code : provider.supportedLanguageCodes) supported.insert(lowercased(code));
+  for (const auto& code : provider.supportedLanguageCodes) supported.insert(lowercaseASCII(code));
   supported.erase("auto");
 
   ResolvedASRLanguageRoute route;
@@ -62,7 +57,7 @@ ResolvedASRLanguageRoute ASRLanguageRoutingResolver::resolve(const ASRLanguageSe
     if (limited != selection.languageCodes) {
       std::vector<std::string> ignored;
       for (const auto& code : selection.languageCodes) {
-        if (!supported.contains(lowercased(code))) ignored.push_back(code);
+        if (!supported.contains(lowercaseASCII(code))) ignored.push_back(code);
       }
       if (!ignored.empty()) route.diagnostics.push_back("Ignored unsupported language codes: " + joined(ignored, ", "));
     }
@@ -88,7 +83,7 @@ ResolvedASRLanguageRoute ASRLanguageRoutingResolver::resolve(const ASRLanguageSe
           case Behavior::fallbackToFirstSupported: {
             route.strategy = Strategy::unavailableFallback;
             auto fallback = std::find_if(provider.supportedLanguageCodes.begin(), provider.supportedLanguageCodes.end(),
-                                         [](const std::string& code) { return lowercased(code) != "auto"; });
+                                         [](const std::string& code) { return lowercaseASCII(code) != "auto"; });
             if (fallback != provider.supportedLanguageCodes.end()) {
               route.providerLanguage = normalize(*fallback, provider);
               route.effectivePostProcessingLanguage = *fallback;

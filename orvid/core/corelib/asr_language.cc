@@ -2,12 +2,12 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <utility>
 
 #include "orvid/core/corelib/json_support.h"
+#include "orvid/platform/internal/text.h"
 
 namespace orvid {
 namespace {
@@ -16,6 +16,7 @@ using Kind = ASRLanguageInputCapability::Kind;
 using Behavior = ASRUnspecifiedLanguageBehavior;
 using API = CloudTranscriptionProviderAPI;
 using EngineType = LocalTranscriptionEngineType;
+using internal::lowercaseASCII;
 
 constexpr std::array<std::pair<Kind, const char*>, 6> kKindNames{{
     {Kind::singleLanguage, "singleLanguage"},
@@ -33,23 +34,11 @@ constexpr std::array<std::pair<Behavior, const char*>, 4> kBehaviorNames{{
     {Behavior::sendFixedValue, "sendFixedValue"},
 }};
 
-std::string lowercased(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return text;
-}
-
-std::string trimmed(const std::string& text) {
-  auto isSpace = [](unsigned char c) { return std::isspace(c) != 0; };
-  auto begin = std::find_if_not(text.begin(), text.end(), isSpace);
-  auto end = std::find_if_not(text.rbegin(), text.rend(), isSpace).base();
-  return begin < end ? std::string(begin, end) : std::string();
-}
-
 bool startsWith(const std::string& text, std::string_view prefix) { return text.rfind(prefix, 0) == 0; }
 
 bool listsAuto(const std::vector<std::string>& codes) {
-  return std::any_of(codes.begin(), codes.end(), [](const std::string& code) { return lowercased(code) == "auto"; });
+  return std::any_of(codes.begin(), codes.end(),
+                     [](const std::string& code) { return lowercaseASCII(code) == "auto"; });
 }
 
 // A model that takes one language: it detects the language itself when its list
@@ -175,13 +164,13 @@ std::string nameIn(const std::array<std::pair<E, const char*>, N>& table, E valu
 
 ASRLanguageSelection ASRLanguageSelection::limited(const std::vector<std::string>& supportedLanguageCodes) const {
   std::set<std::string> supported;
-  for (const auto& code : supportedLanguageCodes) supported.insert(lowercased(code));
+  for (const auto& code : supportedLanguageCodes) supported.insert(lowercaseASCII(code));
   supported.erase("auto");
   supported.erase("");
   ASRLanguageSelection result;
   std::set<std::string> kept;
   for (const auto& code : languageCodes) {
-    auto key = lowercased(code);
+    auto key = lowercaseASCII(code);
     if (!supported.contains(key) || !kept.insert(key).second) continue;
     result.languageCodes.push_back(code);
   }
@@ -221,7 +210,7 @@ ASRLanguageInputCapability ASRLanguageCapabilityResolver::capability(const Trans
   bool realtime = transport == ASRTranscriptionTransport::realtime;
   if (realtime && !cloud.realtimeBaseURL) return ASRLanguageInputCapability::noLanguageAwareAdapter();
   std::string model = modelID ? *modelID : provider.defaultModelID(realtime).value_or("");
-  model = lowercased(trimmed(model));
+  model = lowercaseASCII(internal::trimASCIIWhitespace(model));
   return realtime ? cloudRealtimeCapability(cloud.api, model) : cloudBatchCapability(cloud.api, model);
 }
 

@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include "orvid/core/corelib/json_support.h"
+#include "orvid/platform/internal/text.h"
 
 namespace orvid {
 namespace {
@@ -41,9 +42,7 @@ void decodeNamed(const nlohmann::json& json, const std::array<const char*, N>& n
   value = *parsed;
 }
 
-bool isBlank(const std::string& text) {
-  return text.find_first_not_of(" \t\n\r\v\f") == std::string::npos;
-}
+bool isBlank(const std::string& text) { return internal::trimASCIIWhitespace(text).empty(); }
 
 }  // namespace
 

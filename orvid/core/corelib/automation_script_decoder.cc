@@ -6,25 +6,15 @@
 
 #include <nlohmann/json.hpp>
 
+#include "orvid/platform/internal/text.h"
+
 namespace orvid {
 namespace {
 
-constexpr std::string_view kWhitespace = " \t\n\r\v\f";
 constexpr std::size_t kMaximumTitleLength = 60;
 
-std::string_view trimmed(std::string_view text) {
-  const auto first = text.find_first_not_of(kWhitespace);
-  if (first == std::string_view::npos) return {};
-  const auto last = text.find_last_not_of(kWhitespace);
-  return text.substr(first, last - first + 1);
-}
-
-std::string lowercased(std::string_view text) {
-  std::string result(text);
-  std::transform(result.begin(), result.end(), result.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return result;
-}
+using internal::lowercaseASCII;
+using internal::trimASCIIWhitespace;
 
 // The contents of every ``` fence (an optional language word after the opening
 // backticks is dropped), in order.
@@ -46,7 +36,7 @@ std::vector<std::string_view> fencedBlocks(std::string_view text) {
     }
     const auto close = text.find("```", contentStart);
     if (close == std::string_view::npos) break;
-    blocks.push_back(trimmed(text.substr(contentStart, close - contentStart)));
+    blocks.push_back(trimASCIIWhitespace(text.substr(contentStart, close - contentStart)));
     position = close + 3;
   }
   return blocks;
@@ -101,9 +91,9 @@ std::optional<AutomationScriptProposal> proposalFromObject(const nlohmann::json&
   if (!title && !command && !script) return std::nullopt;
 
   AutomationScriptProposal proposal;
-  proposal.title = std::string(trimmed(title.value_or("")));
-  proposal.command = std::string(trimmed(command.value_or("")));
-  if (script && !trimmed(*script).empty()) proposal.script = std::string(trimmed(*script));
+  proposal.title = std::string(trimASCIIWhitespace(title.value_or("")));
+  proposal.command = std::string(trimASCIIWhitespace(command.value_or("")));
+  if (script && !trimASCIIWhitespace(*script).empty()) proposal.script = std::string(trimASCIIWhitespace(*script));
   if (proposal.title.empty() && !proposal.command.empty()) {
     proposal.title = AutomationTitleExtractor::title(proposal.command).value_or(proposal.command);
   }
@@ -115,11 +105,11 @@ std::optional<AutomationScriptProposal> proposalFromObject(const nlohmann::json&
 std::string commandRunning(const std::string& script) {
   if (script.rfind("#!", 0) == 0) {
     auto lineEnd = script.find('\n');
-    auto interpreter = trimmed(std::string_view(script).substr(2, lineEnd == std::string::npos ? std::string::npos
-                                                                                                : lineEnd - 2));
+    auto firstLine = std::string_view(script).substr(2, lineEnd == std::string::npos ? std::string::npos : lineEnd - 2);
+    auto interpreter = trimASCIIWhitespace(firstLine);
     if (!interpreter.empty()) return std::string(interpreter) + " \"$SCRIPT\"";
   }
-  const auto lower = lowercased(script);
+  const auto lower = lowercaseASCII(script);
   if (lower.find("tell application") != std::string::npos) return "osascript \"$SCRIPT\"";
   if (lower.find("python") != std::string::npos || lower.find("import ") != std::string::npos ||
       lower.find("def ") != std::string::npos) {
@@ -156,7 +146,7 @@ std::string collapsedWhitespace(std::string_view text) {
   std::string result;
   bool pendingSpace = false;
   for (char c : text) {
-    if (kWhitespace.find(c) != std::string_view::npos) {
+    if (internal::isASCIIWhitespace(c)) {
       pendingSpace = !result.empty();
     } else {
       if (pendingSpace) result += ' ';
@@ -168,24 +158,26 @@ std::string collapsedWhitespace(std::string_view text) {
 }
 
 std::string_view withoutMarkers(std::string_view line) {
-  line = trimmed(line);
+  line = trimASCIIWhitespace(line);
   // Headings, bullets, quotes and numbered items.
   while (!line.empty() && (line.front() == '#' || line.front() == '>' || line.front() == '-' ||
                            line.front() == '*' || line.front() == '+')) {
-    line = trimmed(line.substr(1));
+    line = trimASCIIWhitespace(line.substr(1));
   }
   std::size_t digits = 0;
   while (digits < line.size() && std::isdigit(static_cast<unsigned char>(line[digits]))) ++digits;
   if (digits > 0 && digits < line.size() && (line[digits] == '.' || line[digits] == ')')) {
-    line = trimmed(line.substr(digits + 1));
+    line = trimASCIIWhitespace(line.substr(digits + 1));
   }
-  if (auto lower = lowercased(line.substr(0, 6)); lower == "title:") line = trimmed(line.substr(6));
+  if (auto lower = lowercaseASCII(line.substr(0, 6)); lower == "title:") line = trimASCIIWhitespace(line.substr(6));
   // Matching quotes or backticks around the whole line.
   while (line.size() >= 2 && (line.front() == '"' || line.front() == '\'' || line.front() == '`') &&
          line.back() == line.front()) {
-    line = trimmed(line.substr(1, line.size() - 2));
+    line = trimASCIIWhitespace(line.substr(1, line.size() - 2));
   }
-  while (!line.empty() && (line.back() == '.' || line.back() == ':')) line = trimmed(line.substr(0, line.size() - 1));
+  while (!line.empty() && (line.back() == '.' || line.back() == ':')) {
+    line = trimASCIIWhitespace(line.substr(0, line.size() - 1));
+  }
   return line;
 }
 
@@ -194,7 +186,7 @@ std::string shortened(const std::string& text) {
   const auto limit = byteOffsetOfCharacter(text, kMaximumTitleLength - 1);
   auto cut = text.rfind(' ', limit);
   if (cut == std::string::npos || cut == 0) cut = limit;
-  return std::string(trimmed(std::string_view(text).substr(0, cut))) + "…";
+  return std::string(trimASCIIWhitespace(std::string_view(text).substr(0, cut))) + "…";
 }
 
 }  // namespace
@@ -202,7 +194,7 @@ std::string shortened(const std::string& text) {
 namespace AutomationScriptDecoder {
 
 std::optional<AutomationScriptProposal> structuredProposal(std::string_view text) {
-  const auto whole = trimmed(text);
+  const auto whole = trimASCIIWhitespace(text);
   std::vector<std::string_view> candidates{whole};
   for (auto block : fencedBlocks(whole)) candidates.push_back(block);
   if (auto object = firstBalancedObject(whole)) candidates.push_back(*object);
@@ -227,7 +219,7 @@ std::string canonicalOutput(const AutomationScriptProposal& proposal) {
 }
 
 std::optional<AutomationScriptProposal> runnableProposal(std::string_view text, bool allowsRawCommand) {
-  const auto whole = trimmed(text);
+  const auto whole = trimASCIIWhitespace(text);
   if (whole.empty()) return std::nullopt;
   if (auto proposal = structuredProposal(whole)) {
     if (!proposal->isRunnable()) return std::nullopt;
@@ -254,14 +246,14 @@ std::optional<AutomationScriptProposal> runnableProposal(std::string_view text, 
 namespace AutomationTitleExtractor {
 
 std::optional<std::string> title(std::string_view text) {
-  const auto whole = trimmed(text);
+  const auto whole = trimASCIIWhitespace(text);
   if (whole.empty()) return std::nullopt;
 
   if (auto json = parseJSON(whole)) {
     if (!json->is_object()) return std::nullopt;
     for (const char* key : {"title", "summary"}) {
       if (auto value = stringMember(*json, key)) {
-        auto line = collapsedWhitespace(trimmed(*value));
+        auto line = collapsedWhitespace(trimASCIIWhitespace(*value));
         if (!line.empty()) return shortened(line);
       }
     }
@@ -274,7 +266,7 @@ std::optional<std::string> title(std::string_view text) {
     if (lineEnd == std::string_view::npos) lineEnd = whole.size();
     auto line = whole.substr(position, lineEnd - position);
     position = lineEnd + 1;
-    if (trimmed(line).rfind("```", 0) == 0) continue;
+    if (trimASCIIWhitespace(line).rfind("```", 0) == 0) continue;
     auto cleaned = collapsedWhitespace(withoutMarkers(line));
     if (!cleaned.empty()) return shortened(cleaned);
   }

@@ -6,7 +6,7 @@
 #include "orvid/ai/secret_redactor.h"
 #include "orvid/core/orvid_error.h"
 #include "orvid/platform/cancellation.h"
-#include "orvid/transcription/cloud_batch/cloud_batch_text.h"
+#include "orvid/platform/internal/text.h"
 
 namespace orvid {
 namespace {
@@ -119,7 +119,7 @@ void CloudBatchTranscriptionProvider::assertSuccess(const OrvidHTTPResponse& res
   if (response.isSuccess()) return;
   throw OrvidProviderError::unsupportedProvider(std::string(prefix) + " failed with HTTP " +
                                                 std::to_string(response.statusCode) + ": " +
-                                                SecretRedactor::redact(CloudBatchText::decodedUTF8(response.body)));
+                                                SecretRedactor::redact(internal::decodeUTF8OrEmpty(response.body)));
 }
 
 std::optional<std::string> CloudBatchTranscriptionProvider::optionString(const std::string& key,
@@ -128,7 +128,7 @@ std::optional<std::string> CloudBatchTranscriptionProvider::optionString(const s
   if (option == options.end()) return std::nullopt;
   auto text = option->second.textValue();
   if (!text) return std::nullopt;
-  std::string value = CloudBatchText::trimmed(*text);
+  std::string value(internal::trimUnicodeWhitespace(*text));
   if (value.empty()) return std::nullopt;
   return value;
 }

@@ -4,11 +4,12 @@
 
 #include <nlohmann/json.hpp>
 
-#include "orvid/transcription/cloud_batch/cloud_batch_text.h"
+#include "orvid/platform/internal/text.h"
 
 namespace orvid {
 namespace {
 
+using internal::trimUnicodeWhitespace;
 using nlohmann::json;
 
 constexpr int kMaximumDepth = 256;
@@ -19,7 +20,7 @@ constexpr std::array<const char*, 10> kNestedMembers = {"result", "results",    
                                                         "content", "choices", "alternatives", "segments", "utterances"};
 
 std::optional<std::string> nonBlank(const json& value) {
-  std::string text = CloudBatchText::trimmed(value.get_ref<const std::string&>());
+  std::string text(trimUnicodeWhitespace(value.get_ref<const std::string&>()));
   if (text.empty()) return std::nullopt;
   return text;
 }
@@ -61,7 +62,7 @@ TranscriptionResult CloudTranscriptionResponseParser::parse(const Bytes& data) c
 
   TranscriptionResult result;
   std::optional<std::string> text = isDocument ? extractText(body) : std::nullopt;
-  result.text = text ? std::move(*text) : CloudBatchText::trimmed(CloudBatchText::decodedUTF8(data));
+  result.text = text ? std::move(*text) : std::string(trimUnicodeWhitespace(internal::decodeUTF8OrEmpty(data)));
   if (isDocument && body.is_object()) {
     auto language = body.find("language");
     if (language != body.end() && language->is_string()) result.language = language->get<std::string>();

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "orvid/core/corelib/text/unicode_text.h"
+#include "orvid/platform/internal/text.h"
 
 namespace orvid {
 namespace {
@@ -43,9 +44,7 @@ constexpr std::u32string_view kFullWidthMarks = U"，。；：！？、";
 bool startsWithIgnoringASCIICase(std::u32string_view text, std::u32string_view prefix) {
   if (text.size() < prefix.size()) return false;
   for (size_t i = 0; i < prefix.size(); ++i) {
-    char32_t c = text[i];
-    if (c >= U'A' && c <= U'Z') c = c - U'A' + U'a';
-    if (c != prefix[i]) return false;
+    if (internal::lowercaseASCII(text[i]) != prefix[i]) return false;
   }
   return true;
 }
@@ -67,7 +66,7 @@ bool isAddress(std::u32string_view token) {
 std::vector<bool> addressMask(const std::u32string& text) {
   std::vector<bool> mask(text.size(), false);
   auto endsToken = [](char32_t c) {
-    return unicode_text::isWhiteSpace(c) || isCJK(c) || isOneOf(c, kFullWidthMarks) ||
+    return internal::isUnicodeWhitespace(c) || isCJK(c) || isOneOf(c, kFullWidthMarks) ||
            isOneOf(c, U"「」『』（）《》“”‘’");
   };
   for (size_t start = 0; start < text.size();) {
@@ -264,19 +263,12 @@ std::u32string spaceBetweenCJKAndDigits(const std::u32string& text) {
   return out;
 }
 
-std::u32string lowerASCII(std::u32string word) {
-  for (char32_t& c : word) {
-    if (c >= U'A' && c <= U'Z') c = c - U'A' + U'a';
-  }
-  return word;
-}
-
 // True when the '.' at `index` ends an abbreviation or an initialism rather than a sentence.
 bool dotEndsAbbreviation(const std::u32string& text, size_t index) {
   if (index > 0 && text[index - 1] == U'.') return true;  // an ellipsis
   size_t start = index;
   while (start > 0 && (isLatinLetter(text[start - 1]) || text[start - 1] == U'.')) --start;
-  std::u32string token = lowerASCII(text.substr(start, index - start));
+  std::u32string token = internal::lowercaseASCII(std::u32string_view(text).substr(start, index - start));
   if (token.empty()) return false;
   if (token.find(U'.') != std::u32string::npos) return true;  // "e.g", "U.S"
   if (token.size() == 1) return true;                         // an initial: "J. Smith"
@@ -308,13 +300,13 @@ std::u32string capitalizeSentences(const std::u32string& text) {
         bool identifier = end < out.size() && (isASCIIDigit(out[end]) || isOneOf(out[end], U"_@/"));
         if (allLower && !dottedName && !identifier) out[i] = unicode_text::toUpperCase(c);
         atSentenceStart = false;
-      } else if (!unicode_text::isWhiteSpace(c) && !isOneOf(c, U"\"'“‘([「『")) {
+      } else if (!internal::isUnicodeWhitespace(c) && !isOneOf(c, U"\"'“‘([「『")) {
         atSentenceStart = false;
       }
     }
     if (isOneOf(c, U"。！？")) {
       atSentenceStart = true;
-    } else if (isOneOf(c, U".!?") && i + 1 < out.size() && unicode_text::isWhiteSpace(out[i + 1])) {
+    } else if (isOneOf(c, U".!?") && i + 1 < out.size() && internal::isUnicodeWhitespace(out[i + 1])) {
       // A dot right after an address ends a sentence, whatever the address looks like.
       if (c != U'.' || (i > 0 && inAddress[i - 1]) || !dotEndsAbbreviation(out, i)) atSentenceStart = true;
     }

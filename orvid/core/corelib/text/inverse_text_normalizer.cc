@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "orvid/core/corelib/text/unicode_text.h"
+#include "orvid/platform/internal/text.h"
 
 namespace orvid {
 namespace {
@@ -113,8 +114,6 @@ struct Token {
 
 bool isASCIILetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
 
-bool isSpaceByte(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' || c == '\v'; }
-
 std::vector<Token> tokenizeEnglish(std::string_view text) {
   std::vector<Token> tokens;
   size_t i = 0;
@@ -130,14 +129,11 @@ std::vector<Token> tokenizeEnglish(std::string_view text) {
           break;
         }
       }
-      Token token{Token::Kind::word, std::string(text.substr(start, i - start)), {}};
-      token.lower = token.text;
-      for (char& c : token.lower) {
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-      }
-      tokens.push_back(std::move(token));
-    } else if (isSpaceByte(text[i])) {
-      while (i < text.size() && isSpaceByte(text[i])) ++i;
+      std::string word(text.substr(start, i - start));
+      std::string lower = internal::lowercaseASCII(word);
+      tokens.push_back({Token::Kind::word, std::move(word), std::move(lower)});
+    } else if (internal::isASCIIWhitespace(text[i])) {
+      while (i < text.size() && internal::isASCIIWhitespace(text[i])) ++i;
       tokens.push_back({Token::Kind::space, std::string(text.substr(start, i - start)), {}});
     } else {
       ++i;
@@ -982,14 +978,6 @@ class ChineseNormalizer {
   std::vector<std::pair<size_t, size_t>> protected_;
 };
 
-std::string lowerASCII(std::string_view text) {
-  std::string lower(text);
-  for (char& c : lower) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
-  return lower;
-}
-
 }  // namespace
 
 std::string InverseTextNormalizer::normalizeEnglish(std::string_view text) {
@@ -1009,7 +997,7 @@ std::string InverseTextNormalizer::normalizeChinese(std::string_view text) {
 }
 
 std::string InverseTextNormalizer::normalize(std::string_view text, std::string_view language) {
-  std::string code = lowerASCII(language);
+  std::string code = internal::lowercaseASCII(language);
   std::string primary = code.substr(0, code.find_first_of("-_"));
   if (primary.empty() || primary == "auto") return normalizeEnglish(normalizeChinese(text));
   if (primary == "en") return normalizeEnglish(text);

@@ -52,8 +52,6 @@ bool isASCIIDigit(char32_t c) { return c >= U'0' && c <= U'9'; }
 
 bool isBlank(char32_t c) { return u_isblank(static_cast<UChar32>(c)); }
 
-bool isWhiteSpace(char32_t c) { return u_isUWhiteSpace(static_cast<UChar32>(c)); }
-
 bool isUpperCase(char32_t c) { return u_isUUppercase(static_cast<UChar32>(c)); }
 
 bool isLowerCase(char32_t c) { return u_isULowercase(static_cast<UChar32>(c)); }

@@ -21,8 +21,6 @@ bool isLatinLetter(char32_t c);
 bool isASCIIDigit(char32_t c);
 // Horizontal white space (space, tab, ideographic space and other Zs characters).
 bool isBlank(char32_t c);
-// Any white space, including line breaks.
-bool isWhiteSpace(char32_t c);
 bool isUpperCase(char32_t c);
 bool isLowerCase(char32_t c);
 char32_t toUpperCase(char32_t c);
