@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "orvid/core/corelib/json_support.h"
+#include "orvid/platform/internal/hash.h"
 
 namespace orvid {
 
@@ -27,21 +28,7 @@ void from_json(const nlohmann::json& json, ChatCompletionResult& result) {
 
 }  // namespace orvid
 
-namespace {
-
-template <typename T>
-void combine(std::size_t& seed, const T& value) {
-  seed ^= std::hash<T>{}(value) + 0x9e3779b97f4a7c15ull + (seed << 6) + (seed >> 2);
-}
-
-}  // namespace
-
 std::size_t std::hash<orvid::ChatCompletionResult>::operator()(const orvid::ChatCompletionResult& result) const noexcept {
-  std::size_t seed = 0;
-  combine(seed, result.content);
-  combine(seed, result.inputTokens);
-  combine(seed, result.outputTokens);
-  combine(seed, result.rawRequestDebug);
-  combine(seed, result.rawResponseDebug);
-  return seed;
+  return orvid::internal::hashCombinedValues(0, result.content, result.inputTokens, result.outputTokens,
+                                             result.rawRequestDebug, result.rawResponseDebug);
 }

@@ -4,14 +4,12 @@
 
 #include <nlohmann/json.hpp>
 
+#include "orvid/platform/internal/hash.h"
+
 namespace orvid {
 namespace {
 
 constexpr double kLargestExactInteger = 9007199254740992.0;  // 2^53
-
-std::size_t combined(std::size_t seed, std::size_t value) {
-  return seed ^ (value + 0x9e3779b97f4a7c15ULL + (seed << 6) + (seed >> 2));
-}
 
 JSONValue stringSchema() { return JSONValue::object({{"type", JSONValue::string("string")}}); }
 
@@ -108,22 +106,22 @@ std::size_t std::hash<orvid::JSONValue>::operator()(const orvid::JSONValue& valu
   std::size_t seed = static_cast<std::size_t>(value.kind());
   switch (value.kind()) {
     case Kind::string:
-      return orvid::combined(seed, std::hash<std::string>{}(*value.stringValue()));
+      return orvid::internal::hashCombined(seed, std::hash<std::string>{}(*value.stringValue()));
     case Kind::number: {
       // +0 and -0 are equal, so they must hash alike.
       const double number = *value.numberValue() == 0.0 ? 0.0 : *value.numberValue();
-      return orvid::combined(seed, std::hash<double>{}(number));
+      return orvid::internal::hashCombined(seed, std::hash<double>{}(number));
     }
     case Kind::boolean:
-      return orvid::combined(seed, *value.booleanValue() ? 1 : 2);
+      return orvid::internal::hashCombined(seed, *value.booleanValue() ? 1 : 2);
     case Kind::object:
       for (const auto& [key, member] : *value.objectValue()) {
-        seed = orvid::combined(seed, std::hash<std::string>{}(key));
-        seed = orvid::combined(seed, (*this)(member));
+        seed = orvid::internal::hashCombined(seed, std::hash<std::string>{}(key));
+        seed = orvid::internal::hashCombined(seed, (*this)(member));
       }
       return seed;
     case Kind::array:
-      for (const auto& element : *value.arrayValue()) seed = orvid::combined(seed, (*this)(element));
+      for (const auto& element : *value.arrayValue()) seed = orvid::internal::hashCombined(seed, (*this)(element));
       return seed;
     case Kind::null:
       break;

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <functional>
 
+#include "orvid/platform/internal/hash.h"
+
 namespace orvid {
 namespace AudioSpeechActivityDetector {
 namespace {
@@ -164,39 +166,19 @@ bool containsSpeech(const std::vector<PCMFrame>& frames, const Configuration& co
 }  // namespace AudioSpeechActivityDetector
 }  // namespace orvid
 
-namespace {
-
-template <typename Value>
-void combine(std::size_t& hash, const Value& value) {
-  hash ^= std::hash<Value>()(value) + 0x9e3779b97f4a7c15ull + (hash << 6) + (hash >> 2);
-}
-
-}  // namespace
-
 std::size_t std::hash<orvid::AudioSpeechActivityAnalysis>::operator()(
     const orvid::AudioSpeechActivityAnalysis& analysis) const noexcept {
-  std::size_t hash = 0;
-  combine(hash, analysis.containsSpeech);
-  combine(hash, analysis.durationSeconds);
-  combine(hash, analysis.activeDurationSeconds);
-  combine(hash, analysis.longestActiveDurationSeconds);
-  combine(hash, analysis.peakAmplitude);
-  combine(hash, analysis.averageRMS);
-  combine(hash, analysis.speechLikeFrameRatio);
-  return hash;
+  return orvid::internal::hashCombinedValues(0, analysis.containsSpeech, analysis.durationSeconds,
+                                             analysis.activeDurationSeconds, analysis.longestActiveDurationSeconds,
+                                             analysis.peakAmplitude, analysis.averageRMS,
+                                             analysis.speechLikeFrameRatio);
 }
 
 std::size_t std::hash<orvid::AudioSpeechActivityDetector::Configuration>::operator()(
     const orvid::AudioSpeechActivityDetector::Configuration& configuration) const noexcept {
-  std::size_t hash = 0;
-  combine(hash, configuration.analysisWindowDurationSeconds);
-  combine(hash, configuration.minimumClipDurationSeconds);
-  combine(hash, configuration.minimumSpeechDurationSeconds);
-  combine(hash, configuration.minimumConsecutiveSpeechDurationSeconds);
-  combine(hash, configuration.minimumRMSAmplitude);
-  combine(hash, configuration.minimumPeakAmplitude);
-  combine(hash, configuration.noiseFloorMultiplier);
-  combine(hash, configuration.minimumZeroCrossingRate);
-  combine(hash, configuration.maximumZeroCrossingRate);
-  return hash;
+  return orvid::internal::hashCombinedValues(
+      0, configuration.analysisWindowDurationSeconds, configuration.minimumClipDurationSeconds,
+      configuration.minimumSpeechDurationSeconds, configuration.minimumConsecutiveSpeechDurationSeconds,
+      configuration.minimumRMSAmplitude, configuration.minimumPeakAmplitude, configuration.noiseFloorMultiplier,
+      configuration.minimumZeroCrossingRate, configuration.maximumZeroCrossingRate);
 }

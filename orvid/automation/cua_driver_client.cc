@@ -4,14 +4,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include "orvid/platform/internal/hash.h"
+
 namespace orvid {
-namespace {
-
-std::size_t combine(std::size_t seed, std::size_t value) {
-  return seed ^ (value + 0x9e3779b97f4a7c15ULL + (seed << 6) + (seed >> 2));
-}
-
-}  // namespace
 
 void to_json(nlohmann::json& json, const CUAExecutionRequest& request) {
   json = nlohmann::json::object();
@@ -44,14 +39,11 @@ void from_json(const nlohmann::json& json, CUAExecutionResult& result) {
 }  // namespace orvid
 
 std::size_t std::hash<orvid::CUAExecutionRequest>::operator()(const orvid::CUAExecutionRequest& request) const noexcept {
-  std::size_t seed = std::hash<orvid::UUID>{}(request.executionID);
-  seed = orvid::combine(seed, std::hash<std::string>{}(request.instruction));
-  return orvid::combine(seed, std::hash<int>{}(request.timeoutSeconds));
+  return orvid::internal::hashCombinedValues(std::hash<orvid::UUID>{}(request.executionID), request.instruction,
+                                             request.timeoutSeconds);
 }
 
 std::size_t std::hash<orvid::CUAExecutionResult>::operator()(const orvid::CUAExecutionResult& result) const noexcept {
-  std::size_t seed = std::hash<orvid::UUID>{}(result.executionID);
-  seed = orvid::combine(seed, std::hash<std::int32_t>{}(result.exitCode));
-  seed = orvid::combine(seed, std::hash<std::string>{}(result.stdout));
-  return orvid::combine(seed, std::hash<std::string>{}(result.stderr));
+  return orvid::internal::hashCombinedValues(std::hash<orvid::UUID>{}(result.executionID), result.exitCode,
+                                             result.stdout, result.stderr);
 }

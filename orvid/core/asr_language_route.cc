@@ -3,20 +3,15 @@
 #include <array>
 #include <functional>
 
+#include "orvid/platform/internal/hash.h"
 #include "orvid/platform/joined.h"
 
 namespace orvid {
 namespace {
 
-void combine(std::size_t& seed, std::size_t value) { seed ^= value + 0x9e3779b97f4a7c15ull + (seed << 6) + (seed >> 2); }
-
-std::size_t hashText(const std::string& text) { return std::hash<std::string>()(text); }
-
-std::size_t hashOptional(const std::optional<std::string>& text) { return text ? hashText(*text) * 31 + 1 : 0; }
-
 std::size_t hashList(const std::vector<std::string>& list) {
   std::size_t seed = list.size();
-  for (const auto& text : list) combine(seed, hashText(text));
+  for (const auto& text : list) seed = internal::hashCombinedValues(seed, text);
   return seed;
 }
 
@@ -53,16 +48,17 @@ std::string ResolvedASRLanguageRoute::diagnosticSummary() const {
 
 std::size_t std::hash<orvid::ResolvedASRLanguageRoute>::operator()(
     const orvid::ResolvedASRLanguageRoute& route) const noexcept {
-  using orvid::combine;
-  std::size_t seed = orvid::hashText(route.providerID);
-  combine(seed, orvid::hashOptional(route.modelID));
-  combine(seed, static_cast<std::size_t>(route.transport));
-  combine(seed, static_cast<std::size_t>(route.strategy));
-  combine(seed, orvid::hashList(route.selectedLanguageCodes));
-  combine(seed, orvid::hashOptional(route.providerLanguage));
-  combine(seed, orvid::hashList(route.providerLanguageHints));
-  combine(seed, orvid::hashList(route.expectedLanguages));
-  combine(seed, orvid::hashOptional(route.effectivePostProcessingLanguage));
-  combine(seed, orvid::hashList(route.diagnostics));
-  return seed;
+  using orvid::hashList;
+  using orvid::internal::hashCombined;
+  using orvid::internal::hashOptional;
+  std::size_t seed = std::hash<std::string>()(route.providerID);
+  seed = hashCombined(seed, hashOptional(route.modelID));
+  seed = hashCombined(seed, static_cast<std::size_t>(route.transport));
+  seed = hashCombined(seed, static_cast<std::size_t>(route.strategy));
+  seed = hashCombined(seed, hashList(route.selectedLanguageCodes));
+  seed = hashCombined(seed, hashOptional(route.providerLanguage));
+  seed = hashCombined(seed, hashList(route.providerLanguageHints));
+  seed = hashCombined(seed, hashList(route.expectedLanguages));
+  seed = hashCombined(seed, hashOptional(route.effectivePostProcessingLanguage));
+  return hashCombined(seed, hashList(route.diagnostics));
 }

@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include "orvid/platform/base64.h"
+#include "orvid/platform/internal/hash.h"
 
 namespace orvid {
 
@@ -31,9 +32,6 @@ void from_json(const nlohmann::json& json, PCMFrame& frame) {
 std::size_t std::hash<orvid::PCMFrame>::operator()(const orvid::PCMFrame& frame) const noexcept {
   std::string_view bytes(reinterpret_cast<const char*>(frame.pcm16LittleEndian.data()),
                          frame.pcm16LittleEndian.size());
-  std::size_t hash = std::hash<std::string_view>()(bytes);
-  hash ^= std::hash<double>()(frame.sampleRate) + 0x9e3779b97f4a7c15ull + (hash << 6) + (hash >> 2);
-  hash ^= std::hash<int>()(frame.channelCount) + 0x9e3779b97f4a7c15ull + (hash << 6) + (hash >> 2);
-  hash ^= std::hash<int>()(frame.sampleCount) + 0x9e3779b97f4a7c15ull + (hash << 6) + (hash >> 2);
-  return hash;
+  return orvid::internal::hashCombinedValues(std::hash<std::string_view>()(bytes), frame.sampleRate,
+                                             frame.channelCount, frame.sampleCount);
 }

@@ -5,19 +5,9 @@
 #include <nlohmann/json.hpp>
 
 #include "orvid/core/corelib/json_support.h"
+#include "orvid/platform/internal/hash.h"
 
 namespace orvid {
-namespace {
-
-void combine(std::size_t& seed, std::size_t value) { seed ^= value + 0x9e3779b97f4a7c15ull + (seed << 6) + (seed >> 2); }
-
-template <typename T>
-std::size_t hashOptional(const std::optional<T>& value) {
-  return value ? std::hash<T>()(*value) * 31 + 1 : 0;
-}
-
-}  // namespace
-
 TranscriptionResult TranscriptionResult::applying(const ResolvedASRLanguageRoute& route) const {
   TranscriptionResult stamped = *this;
   if (!stamped.effectiveLanguage) {
@@ -64,22 +54,18 @@ void from_json(const nlohmann::json& json, TranscriptionPartialResult& partial) 
 }  // namespace orvid
 
 std::size_t std::hash<orvid::TranscriptionResult>::operator()(const orvid::TranscriptionResult& result) const noexcept {
-  using orvid::combine;
-  using orvid::hashOptional;
+  using orvid::internal::hashCombined;
+  using orvid::internal::hashOptional;
   std::size_t seed = std::hash<std::string>()(result.text);
-  combine(seed, hashOptional(result.confidence));
-  combine(seed, hashOptional(result.language));
-  combine(seed, hashOptional(result.effectiveLanguage));
-  combine(seed, hashOptional(result.providerDiagnostics));
-  return seed;
+  seed = hashCombined(seed, hashOptional(result.confidence));
+  seed = hashCombined(seed, hashOptional(result.language));
+  seed = hashCombined(seed, hashOptional(result.effectiveLanguage));
+  return hashCombined(seed, hashOptional(result.providerDiagnostics));
 }
 
 std::size_t std::hash<orvid::TranscriptionPartialResult>::operator()(
     const orvid::TranscriptionPartialResult& partial) const noexcept {
-  using orvid::combine;
-  using orvid::hashOptional;
-  std::size_t seed = std::hash<std::string>()(partial.text);
-  combine(seed, partial.isFinal ? 1 : 2);
-  combine(seed, hashOptional(partial.isReplace));
-  return seed;
+  using orvid::internal::hashCombined;
+  std::size_t seed = hashCombined(std::hash<std::string>()(partial.text), partial.isFinal ? 1 : 2);
+  return hashCombined(seed, orvid::internal::hashOptional(partial.isReplace));
 }

@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include "orvid/core/corelib/json_support.h"
+#include "orvid/platform/internal/hash.h"
 #include "orvid/platform/internal/text.h"
 
 namespace orvid {
@@ -111,32 +112,11 @@ void from_json(const nlohmann::json& json, OrvidAutomationProposal& proposal) {
 
 }  // namespace orvid
 
-namespace {
-
-std::size_t combine(std::size_t seed, std::size_t value) {
-  return seed ^ (value + 0x9e3779b97f4a7c15ULL + (seed << 6) + (seed >> 2));
-}
-
-template <typename T>
-std::size_t hashOf(const T& value) {
-  return std::hash<T>{}(value);
-}
-
-}  // namespace
-
 std::size_t std::hash<orvid::OrvidAutomationProposal>::operator()(
     const orvid::OrvidAutomationProposal& proposal) const noexcept {
-  std::size_t seed = hashOf(proposal.requestID);
-  seed = combine(seed, hashOf(proposal.method));
-  seed = combine(seed, hashOf(proposal.recognizedText));
-  seed = combine(seed, hashOf(proposal.cleanedText));
-  seed = combine(seed, hashOf(proposal.proposedInstruction));
-  seed = combine(seed, hashOf(proposal.taskTitle));
-  seed = combine(seed, hashOf(proposal.providerID));
-  seed = combine(seed, hashOf(proposal.modelID));
-  seed = combine(seed, hashOf(proposal.promptDurationMilliseconds));
-  seed = combine(seed, hashOf(proposal.audioRecordingFilename));
-  seed = combine(seed, hashOf(proposal.transcriptionConfidence));
-  seed = combine(seed, hashOf(proposal.minimumTranscriptionConfidence));
-  return combine(seed, hashOf(proposal.requiresConfirmation));
+  return orvid::internal::hashCombinedValues(
+      std::hash<decltype(proposal.requestID)>{}(proposal.requestID), proposal.method, proposal.recognizedText,
+      proposal.cleanedText, proposal.proposedInstruction, proposal.taskTitle, proposal.providerID, proposal.modelID,
+      proposal.promptDurationMilliseconds, proposal.audioRecordingFilename, proposal.transcriptionConfidence,
+      proposal.minimumTranscriptionConfidence, proposal.requiresConfirmation);
 }
