@@ -9,6 +9,7 @@
 #include <unicode/utext.h>
 
 #include "orvid/ai/secret_redactor.h"
+#include "orvid/core/corelib/json_support.h"
 #include "orvid/platform/internal/text.h"
 
 namespace orvid::CUADriverStatusParser {
@@ -18,12 +19,7 @@ using nlohmann::json;
 
 bool contains(std::string_view text, std::string_view word) { return text.find(word) != std::string_view::npos; }
 
-// The member `key` of `object`, or null when there is none.
-const json* member(const json& object, const char* key) {
-  if (!object.is_object()) return nullptr;
-  auto found = object.find(key);
-  return found == object.end() ? nullptr : &*found;
-}
+using json_support::member;
 
 // The first of `keys` that `object` has.
 const json* firstPresent(const json& object, std::initializer_list<const char*> keys) {

@@ -56,9 +56,9 @@ std::string OrvidAutomationProposal::confirmationDisplayText() const {
       nlohmann::json instruction = nlohmann::json::parse(internal::trimUnicodeWhitespace(proposedInstruction),
                                                          nullptr, /*allow_exceptions=*/false);
       if (!instruction.is_object()) return proposedInstruction;
-      if (auto summary = instruction.find("summary"); summary != instruction.end() && summary->is_string()) {
-        const auto& text = summary->get_ref<const std::string&>();
-        if (!internal::trimUnicodeWhitespace(text).empty()) return text;
+      if (auto summary = json_support::stringMember(instruction, "summary");
+          summary && !internal::trimUnicodeWhitespace(*summary).empty()) {
+        return *summary;
       }
       if (auto calls = instruction.find("calls"); calls != instruction.end() && calls->is_array() && !calls->empty()) {
         std::size_t count = calls->size();

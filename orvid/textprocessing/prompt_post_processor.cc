@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "orvid/ai/json_value.h"
+#include "orvid/core/corelib/json_support.h"
 #include "orvid/platform/cancellation.h"
 #include "orvid/platform/internal/text.h"
 #include "orvid/textprocessing/prompt_output_parser.h"
@@ -98,9 +99,8 @@ std::string PromptPostProcessor::parseProcessedText(std::string_view content, bo
   if (prefersStructuredOutput) {
     nlohmann::json json = nlohmann::json::parse(visible, nullptr, false);
     if (!json.is_discarded() && json.is_object()) {
-      if (auto field = json.find("transcription"); field != json.end() && field->is_string()) {
-        return std::string(
-            trimUnicodeWhitespace(PromptOutputParser::stripInvisibleCharacters(field->get<std::string>())));
+      if (auto field = json_support::stringMember(json, "transcription")) {
+        return std::string(trimUnicodeWhitespace(PromptOutputParser::stripInvisibleCharacters(*field)));
       }
     }
   }

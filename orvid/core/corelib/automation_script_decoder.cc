@@ -6,6 +6,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "orvid/core/corelib/json_support.h"
 #include "orvid/platform/internal/text.h"
 
 namespace orvid {
@@ -78,16 +79,10 @@ std::optional<nlohmann::json> parseJSON(std::string_view text) {
   return json;
 }
 
-std::optional<std::string> stringMember(const nlohmann::json& object, const char* key) {
-  auto it = object.find(key);
-  if (it == object.end() || !it->is_string()) return std::nullopt;
-  return it->get<std::string>();
-}
-
 std::optional<AutomationScriptProposal> proposalFromObject(const nlohmann::json& object) {
-  auto title = stringMember(object, "title");
-  auto command = stringMember(object, "command");
-  auto script = stringMember(object, "script");
+  auto title = json_support::stringMember(object, "title");
+  auto command = json_support::stringMember(object, "command");
+  auto script = json_support::stringMember(object, "script");
   if (!title && !command && !script) return std::nullopt;
 
   AutomationScriptProposal proposal;
@@ -252,7 +247,7 @@ std::optional<std::string> title(std::string_view text) {
   if (auto json = parseJSON(whole)) {
     if (!json->is_object()) return std::nullopt;
     for (const char* key : {"title", "summary"}) {
-      if (auto value = stringMember(*json, key)) {
+      if (auto value = json_support::stringMember(*json, key)) {
         auto line = collapsedWhitespace(trimASCIIWhitespace(*value));
         if (!line.empty()) return shortened(line);
       }

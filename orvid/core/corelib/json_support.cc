@@ -5,6 +5,18 @@
 
 namespace orvid::json_support {
 
+const nlohmann::json* member(const nlohmann::json& object, const char* key) {
+  if (!object.is_object()) return nullptr;
+  auto found = object.find(key);
+  return found == object.end() ? nullptr : &*found;
+}
+
+std::optional<std::string> stringMember(const nlohmann::json& object, const char* key) {
+  const nlohmann::json* value = member(object, key);
+  if (value == nullptr || !value->is_string()) return std::nullopt;
+  return value->get<std::string>();
+}
+
 std::string iso8601(std::chrono::system_clock::time_point time) {
   using namespace std::chrono;
   auto millis = duration_cast<milliseconds>(time.time_since_epoch()).count();

@@ -9,6 +9,11 @@
 // encoding, and a missing or null key decodes as absent.
 namespace orvid::json_support {
 
+// The member `key` of `object`; null when `object` is not an object or has no such member.
+const nlohmann::json* member(const nlohmann::json& object, const char* key);
+// The text of the member `key` of `object`; absent when there is none or it is not text.
+std::optional<std::string> stringMember(const nlohmann::json& object, const char* key);
+
 template <typename T>
 void putOptional(nlohmann::json& json, const char* key, const std::optional<T>& value) {
   if (value) json[key] = *value;

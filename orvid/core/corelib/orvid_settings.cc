@@ -41,8 +41,8 @@ OrvidSettings settingsIn(const nlohmann::json& values) {
   settings.autocorrectEnabled = switchOf(Key::autocorrectEnabled);
   settings.autocorrectRules = rulesIn(valueOf(Key::autocorrectRules));
   settings.inverseTextNormalizationEnabled = switchOf(Key::inverseTextNormalizationEnabled);
-  if (auto mode = valueOf(Key::chineseConversionMode); mode && mode->is_string()) {
-    settings.chineseConversionMode = mode->get<std::string>();
+  if (auto mode = json_support::stringMember(values, Key::chineseConversionMode)) {
+    settings.chineseConversionMode = std::move(*mode);
   }
   return settings;
 }

@@ -4,6 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "orvid/core/corelib/json_support.h"
 #include "orvid/platform/internal/text.h"
 
 namespace orvid {
@@ -64,10 +65,9 @@ TranscriptionResult CloudTranscriptionResponseParser::parse(const Bytes& data) c
   std::optional<std::string> text = isDocument ? extractText(body) : std::nullopt;
   result.text = text ? std::move(*text) : std::string(trimUnicodeWhitespace(internal::decodeUTF8OrEmpty(data)));
   if (isDocument && body.is_object()) {
-    auto language = body.find("language");
-    if (language != body.end() && language->is_string()) result.language = language->get<std::string>();
-    auto confidence = body.find("confidence");
-    if (confidence != body.end() && confidence->is_number()) result.confidence = confidence->get<double>();
+    result.language = json_support::stringMember(body, "language");
+    const json* confidence = json_support::member(body, "confidence");
+    if (confidence != nullptr && confidence->is_number()) result.confidence = confidence->get<double>();
   }
   return result;
 }
