@@ -1,28 +1,22 @@
 #include "orvid/automation/executable_discovery.h"
 
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "orvid/automation/process_test_support.h"
-#include "orvid/platform/temporary_directory.h"
 
 namespace orvid {
 namespace {
 
-using testing::ChildProcessTest;
 using testing::writeShellScript;
 
 std::vector<std::string> split(const std::string& text) {
   std::vector<std::string> parts;
-  std::size_t start = 0;
-  while (start <= text.size()) {
-    auto end = text.find(':', start);
-    if (end == std::string::npos) end = text.size();
-    parts.push_back(text.substr(start, end - start));
-    start = end + 1;
-  }
+  std::stringstream stream(text);
+  for (std::string part; std::getline(stream, part, ':');) parts.push_back(part);
   return parts;
 }
 
@@ -56,10 +50,7 @@ TEST(ExecutionEnvironmentTest, PutsTheToolDirectoryFirstAndEveryDirectoryOnce) {
   EXPECT_EQ(environment, base);
 }
 
-class ResolveExecutableTest : public ChildProcessTest {
- protected:
-  TemporaryDirectory folder_{"orvid-discovery"};
-};
+class ResolveExecutableTest : public testing::ChildProcessTest {};
 
 TEST_F(ResolveExecutableTest, FindsTheFirstExecutableFileAndSkipsEverythingElse) {
   std::filesystem::create_directories(folder_ / "first");

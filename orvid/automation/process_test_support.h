@@ -21,18 +21,16 @@
 
 #include <gtest/gtest.h>
 
+#include "orvid/platform/temporary_directory.h"
+
 namespace orvid::testing {
 
 // Writes an executable /bin/sh script `name` with `body` into `folder`.
 inline std::filesystem::path writeShellScript(const std::filesystem::path& folder, const std::string& name,
                                               const std::string& body) {
   auto path = folder / name;
-  {
-    std::ofstream file(path, std::ios::binary | std::ios::trunc);
-    file << "#!/bin/sh\n" << body;
-  }
-  std::filesystem::permissions(path, std::filesystem::perms::owner_all | std::filesystem::perms::group_read |
-                                         std::filesystem::perms::group_exec);
+  std::ofstream(path, std::ios::binary | std::ios::trunc) << "#!/bin/sh\n" << body;
+  std::filesystem::permissions(path, std::filesystem::perms::owner_all);
   return path;
 }
 
@@ -43,22 +41,23 @@ inline std::string readFile(const std::filesystem::path& path) {
   return contents.str();
 }
 
-// The pid a script wrote into `path` (one decimal number), or absent.
-inline std::optional<pid_t> readPid(const std::filesystem::path& path) {
-  std::istringstream text(readFile(path));
+inline std::optional<pid_t> parsePid(const std::string& text) {
+  std::istringstream parsed(text);
   long value = 0;
-  if (!(text >> value) || value <= 0) return std::nullopt;
+  if (!(parsed >> value) || value <= 0) return std::nullopt;
   return static_cast<pid_t>(value);
 }
 
-// Creates a named pipe at `path`.
+// The pid a script wrote into the file `path`, or absent.
+inline std::optional<pid_t> readPid(const std::filesystem::path& path) { return parsePid(readFile(path)); }
+
 inline std::filesystem::path makeFifo(const std::filesystem::path& path) {
   if (::mkfifo(path.c_str(), 0600) != 0) ADD_FAILURE() << "mkfifo " << path;
   return path;
 }
 
-// Reads what a process writes into the named pipe `path` until it closes it, and
-// parses it as a pid; absent when nothing arrives within `limit`.
+// The pid a process writes into the named pipe `path` before closing it; absent
+// when nothing arrives within `limit`.
 inline std::optional<pid_t> readPidFromFifo(const std::filesystem::path& path,
                                             std::chrono::milliseconds limit = std::chrono::seconds(10)) {
   int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
@@ -67,9 +66,8 @@ inline std::optional<pid_t> readPidFromFifo(const std::filesystem::path& path,
   auto deadline = std::chrono::steady_clock::now() + limit;
   while (true) {
     auto remaining = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-    if (remaining.count() <= 0) break;
     pollfd event{fd, POLLIN, 0};
-    if (::poll(&event, 1, static_cast<int>(remaining.count())) <= 0) break;
+    if (remaining.count() <= 0 || ::poll(&event, 1, static_cast<int>(remaining.count())) <= 0) break;
     char buffer[64];
     ssize_t count = ::read(fd, buffer, sizeof buffer);
     if (count > 0) {
@@ -79,10 +77,7 @@ inline std::optional<pid_t> readPidFromFifo(const std::filesystem::path& path,
     }
   }
   ::close(fd);
-  long value = 0;
-  std::istringstream parsed(text);
-  if (!(parsed >> value) || value <= 0) return std::nullopt;
-  return static_cast<pid_t>(value);
+  return parsePid(text);
 }
 
 // The processes (zombies included) whose parent is `parent`.
@@ -115,13 +110,24 @@ inline bool waitForProcessEnd(pid_t pid, std::chrono::milliseconds limit = std::
   return ready == 1;
 }
 
-// A test that starts child processes: after the test, this process must have no
-// child left, neither running nor unreaped.
+// A test that starts child processes from scripts in its own folder: after the
+// test, this process must have no child left, neither running nor unreaped.
 class ChildProcessTest : public ::testing::Test {
  protected:
   void TearDown() override {
     EXPECT_EQ(childrenOf(::getpid()), std::vector<pid_t>{}) << "a child process outlived the test";
   }
+  std::filesystem::path script(const std::string& name, const std::string& body) const {
+    return writeShellScript(folder_.path(), name, body);
+  }
+  // The process a script started in the background and named in `pidFile` has ended.
+  static void expectEnded(const std::filesystem::path& pidFile) {
+    auto pid = readPid(pidFile);
+    ASSERT_TRUE(pid) << pidFile;
+    EXPECT_TRUE(waitForProcessEnd(*pid)) << "process " << *pid << " outlived the run";
+  }
+
+  TemporaryDirectory folder_{"orvid-process-test"};
 };
 
 }  // namespace orvid::testing

@@ -1,19 +1,14 @@
 #include "orvid/automation/user_shell_environment.h"
 
-#include <atomic>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "orvid/automation/process_test_support.h"
-#include "orvid/platform/temporary_directory.h"
 
 namespace orvid {
 namespace {
-
-using testing::ChildProcessTest;
-using testing::writeShellScript;
 
 UserShellEnvironmentResolver::Sources sources(ProcessEnvironment host, std::optional<std::string> databaseShell) {
   return {[host] { return host; }, [databaseShell] { return databaseShell; }};
@@ -33,8 +28,7 @@ TEST(UserShellEnvironmentResolverTest, TakesTheShellFromSHELLOrElseFromTheUserDa
       {{}, "", std::nullopt},
   };
   for (const auto& c : cases) {
-    UserShellEnvironmentResolver resolver(sources(c.host, c.databaseShell));
-    EXPECT_EQ(resolver.currentUserShellPath(), c.expected);
+    EXPECT_EQ(UserShellEnvironmentResolver(sources(c.host, c.databaseShell)).currentUserShellPath(), c.expected);
   }
 }
 
@@ -48,57 +42,39 @@ TEST(UserShellEnvironmentResolverTest, ParsesNulSeparatedEntriesKeepingEqualsSig
   EXPECT_EQ(UserShellEnvironmentResolver::parseEnvironment(bytesFromString("A=\xff")), ProcessEnvironment{});
 }
 
-class UserShellEnvironmentResolutionTest : public ChildProcessTest {
- protected:
-  TemporaryDirectory folder_{"orvid-shell"};
-};
+class UserShellEnvironmentResolutionTest : public testing::ChildProcessTest {};
 
-TEST_F(UserShellEnvironmentResolutionTest, FallsBackToThePlainModeWhenTheLoginModeFails) {
-  // The fake shell refuses "-lc" and prints a fixed environment for "-c".
-  auto shell = writeShellScript(folder_.path(), "fake-shell",
-                                "[ \"$1\" = \"-lc\" ] && exit 3\n"
-                                "[ \"$1\" = \"-c\" ] && [ \"$2\" = \"/usr/bin/env -0\" ] || exit 9\n"
-                                "printf 'FROM=plain\\0HOST=%s\\0' \"$HOST_VALUE\"\n");
-  UserShellEnvironmentResolver resolver(sources({{"SHELL", shell.string()}, {"HOST_VALUE", "passed"}}, std::nullopt));
-  EXPECT_EQ(resolver.resolveEnvironment(), (ProcessEnvironment{{"FROM", "plain"}, {"HOST", "passed"}}));
-}
-
-TEST_F(UserShellEnvironmentResolutionTest, UsesTheLoginModeWhenItWorks) {
-  auto shell = writeShellScript(folder_.path(), "login-shell",
-                                "[ \"$1\" = \"-lc\" ] || exit 9\n"
-                                "printf 'FROM=login\\0'\n");
-  UserShellEnvironmentResolver resolver(sources({{"SHELL", shell.string()}}, std::nullopt));
-  EXPECT_EQ(resolver.resolveEnvironment(), (ProcessEnvironment{{"FROM", "login"}}));
-}
-
-TEST_F(UserShellEnvironmentResolutionTest, GivesNothingWithoutAWorkingShell) {
-  auto failing = writeShellScript(folder_.path(), "failing-shell", "exit 1\n");
-  auto notExecutable = folder_.path() / "plain";
-  writeShellScript(folder_.path(), "plain", "printf 'A=1\\0'\n");
+TEST_F(UserShellEnvironmentResolutionTest, AsksTheLoginShellThenThePlainOneAndGivesNothingWithoutAWorkingShell) {
+  // The plain shell refuses "-lc" and prints an environment for "-c" that shows the host's.
+  auto login = script("login-shell", "[ \"$1\" = \"-lc\" ] || exit 9\nprintf 'FROM=login\\0'\n");
+  auto plain = script("plain-shell",
+                      "[ \"$1\" = \"-lc\" ] && exit 3\n"
+                      "[ \"$1\" = \"-c\" ] && [ \"$2\" = \"/usr/bin/env -0\" ] || exit 9\n"
+                      "printf 'FROM=plain\\0HOST=%s\\0' \"$HOST_VALUE\"\n");
+  auto failing = script("failing-shell", "exit 1\n");
+  auto notExecutable = script("not-executable", "printf 'A=1\\0'\n");
   std::filesystem::permissions(notExecutable, std::filesystem::perms::owner_read);
-  for (const std::string& shell : {failing.string(), notExecutable.string(), (folder_.path() / "absent").string()}) {
-    UserShellEnvironmentResolver resolver(sources({{"SHELL", shell}}, std::nullopt));
-    EXPECT_EQ(resolver.resolveEnvironment(), ProcessEnvironment{}) << shell;
+  const std::vector<std::pair<std::filesystem::path, ProcessEnvironment>> cases = {
+      {login, {{"FROM", "login"}}},
+      {plain, {{"FROM", "plain"}, {"HOST", "passed"}}},
+      {failing, {}},
+      {notExecutable, {}},
+      {folder_ / "absent", {}},
+  };
+  for (const auto& [shell, expected] : cases) {
+    UserShellEnvironmentResolver resolver(sources({{"SHELL", shell.string()}, {"HOST_VALUE", "passed"}}, std::nullopt));
+    EXPECT_EQ(resolver.resolveEnvironment(), expected) << shell;
   }
-  UserShellEnvironmentResolver noShell(sources({}, std::nullopt));
-  EXPECT_EQ(noShell.environment(), ProcessEnvironment{});
+  EXPECT_EQ(UserShellEnvironmentResolver(sources({}, std::nullopt)).environment(), ProcessEnvironment{});
 }
 
 TEST_F(UserShellEnvironmentResolutionTest, ResolvesOnceAndCachesTheAnswer) {
-  auto counter = folder_.path() / "runs";
-  auto shell = writeShellScript(folder_.path(), "counting-shell",
-                                "echo run >> '" + counter.string() + "'\n"
-                                "printf 'COUNTED=yes\\0'\n");
+  auto counter = folder_ / "runs";
+  auto shell = script("counting-shell", "echo run >> '" + counter.string() + "'\nprintf 'COUNTED=yes\\0'\n");
   UserShellEnvironmentResolver resolver(sources({{"SHELL", shell.string()}}, std::nullopt));
   EXPECT_EQ(resolver.environment(), (ProcessEnvironment{{"COUNTED", "yes"}}));
   EXPECT_EQ(resolver.environment(), (ProcessEnvironment{{"COUNTED", "yes"}}));
   EXPECT_EQ(testing::readFile(counter), "run\n");
-}
-
-TEST_F(UserShellEnvironmentResolutionTest, TheProcessWideResolverAnswersWithTheRealShell) {
-  UserShellEnvironmentResolver& resolver = shellEnvironmentResolver();
-  EXPECT_EQ(&resolver, &shellEnvironmentResolver());
-  EXPECT_EQ(resolver.environment(), resolver.environment());
 }
 
 }  // namespace
