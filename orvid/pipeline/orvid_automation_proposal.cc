@@ -1,6 +1,7 @@
 #include "orvid/pipeline/orvid_automation_proposal.h"
 
 #include <cmath>
+#include <cstdio>
 #include <functional>
 
 #include <nlohmann/json.hpp>
@@ -19,7 +20,14 @@ std::optional<std::string> nonBlankTrimmed(const std::optional<std::string>& tex
   return trimmed;
 }
 
-long long percent(double fraction) { return static_cast<long long>(std::round(fraction * 100)); }
+// The fraction as a whole percentage, rounded half away from zero. A decoded proposal
+// may carry any double, so this never converts to an integer type.
+std::string percent(double fraction) {
+  double rounded = std::round(fraction * 100) + 0.0;  // + 0.0 turns -0 into 0
+  char text[400];
+  std::snprintf(text, sizeof text, "%.0f", rounded);
+  return text;
+}
 
 }  // namespace
 
@@ -29,8 +37,8 @@ bool OrvidAutomationProposal::requiresLowConfidenceConfirmation() const {
 
 std::optional<std::string> OrvidAutomationProposal::lowConfidenceWarning() const {
   if (!requiresLowConfidenceConfirmation()) return std::nullopt;
-  return "Low transcription confidence: " + std::to_string(percent(*transcriptionConfidence)) + "% is below the " +
-         std::to_string(percent(minimumTranscriptionConfidence)) +
+  return "Low transcription confidence: " + percent(*transcriptionConfidence) + "% is below the " +
+         percent(minimumTranscriptionConfidence) +
          "% threshold. Confirm only if the request is correct.";
 }
 

@@ -1,6 +1,7 @@
 #include "orvid/textprocessing/prompt_output_parser.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <set>
 
@@ -126,8 +127,8 @@ std::optional<std::vector<std::string>> PromptOutputParser::parseMultipleChoices
 std::optional<std::vector<RewriteChoice>> PromptOutputParser::parseMultipleChoicesStructured(
     std::string_view text, const std::optional<std::string>& originalInput) {
   std::string body = stripCodeFence(text);
-  std::optional<int> inputLength;
-  if (originalInput) inputLength = static_cast<int>(text_support::characterCount(*originalInput));
+  std::optional<std::int64_t> inputLength;
+  if (originalInput) inputLength = static_cast<std::int64_t>(text_support::characterCount(*originalInput));
 
   nlohmann::json json = nlohmann::json::parse(body, nullptr, false);
   if (!json.is_discarded() && json.is_array()) {
@@ -144,7 +145,7 @@ std::optional<std::vector<RewriteChoice>> PromptOutputParser::parseMultipleChoic
         choice.text = std::string(trimUnicodeWhitespace(choice.text));
         if (choice.text.empty()) continue;
         if (inputLength) {
-          choice.start = std::max(choice.start, 0);
+          choice.start = std::max<std::int64_t>(choice.start, 0);
           choice.end = std::min(std::max(choice.start, choice.end), *inputLength);
         } else {
           choice.start = 0;
