@@ -1,0 +1,101 @@
+#pragma once
+
+#include <exception>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "orvid/ai/chat_completion_client.h"
+#include "orvid/ai/orvid_credential_store.h"
+#include "orvid/core/asr_language_route.h"
+#include "orvid/core/corelib/ai_provider.h"
+#include "orvid/platform/orvid_http_client.h"
+#include "orvid/transcription/cloud_batch/cloud_batch_transcription_provider.h"
+
+// From a catalogue entry to a provider that works: the step every host takes
+// before its first transcription or chat.
+namespace orvid {
+
+// A choice that cannot become a provider. what() is one sentence for the user.
+class ProviderSetupError : public std::exception {
+ public:
+  enum class Case {
+    // No entry of the catalogue has the identifier.
+    unknownProvider,
+    // The provider runs on this machine; a cloud service was asked for.
+    notACloudService,
+    // The base URL given is not an absolute http or https URL.
+    invalidBaseURL,
+    // Neither the choice nor the catalogue gives the provider an address.
+    missingBaseURL,
+  };
+
+  ProviderSetupError(Case errorCase, std::string message)
+      : case_(errorCase), message_(std::move(message)) {}
+
+  Case errorCase() const { return case_; }
+  const char* what() const noexcept override { return message_.c_str(); }
+
+ private:
+  Case case_;
+  std::string message_;
+};
+
+// What the providers made here share: the HTTP transport and where API keys live.
+struct ProviderEnvironment {
+  std::shared_ptr<OrvidHTTPClient> httpClient;
+  std::shared_ptr<const OrvidCredentialStore> credentialStore;
+
+  // libcurl for HTTP and the system credential store (makeSystemCredentialStore)
+  // under `credentialService`.
+  static ProviderEnvironment system(const std::string& credentialService = "orvid");
+};
+
+// A cloud speech service of the catalogue as the host chose it. Absent fields take
+// the catalogue's values.
+struct CloudTranscriptionChoice {
+  std::string providerID;
+  std::optional<std::string> baseURL;
+  std::optional<std::string> modelID;
+  // The languages the user speaks, most likely first; empty: the service detects it.
+  std::vector<std::string> languageCodes;
+};
+
+// A cloud speech service ready to transcribe.
+struct CloudTranscriptionSetup {
+  std::shared_ptr<CloudBatchTranscriptionProvider> provider;
+  // The route to put on each TranscriptionRequest.
+  ResolvedASRLanguageRoute languageRoute;
+  std::string providerID;
+  std::string modelID;
+};
+
+// The provider for `choice`. Its API key is the credential "provider." + the
+// provider's identifier + ".api-key" in the environment's store. Throws
+// ProviderSetupError for an unknown or on-device provider, a base URL that is not
+// http(s), and a provider without any address.
+CloudTranscriptionSetup makeCloudTranscription(const CloudTranscriptionChoice& choice,
+                                               const ProviderEnvironment& environment = ProviderEnvironment::system());
+
+// A language-model provider of the catalogue as the host chose it.
+struct AIProviderChoice {
+  std::string providerID;
+  std::optional<std::string> baseURL;
+  std::optional<std::string> modelID;
+};
+
+// A language-model provider ready for ChatCompletionClient::complete.
+struct AIProviderSetup {
+  AIProviderDescriptor descriptor;
+  // Named after the provider, so its key is "provider." + the identifier + ".api-key".
+  AIProviderConfiguration configuration;
+  std::shared_ptr<ChatCompletionClient> client;
+};
+
+// The provider for `choice`. Throws ProviderSetupError for an unknown provider, a
+// base URL that is not http(s), and a provider without any address.
+AIProviderSetup makeAIProvider(const AIProviderChoice& choice,
+                               const ProviderEnvironment& environment = ProviderEnvironment::system());
+
+}  // namespace orvid
