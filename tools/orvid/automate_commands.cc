@@ -21,10 +21,8 @@
 #include <CLI/CLI.hpp>
 
 #include "orvid/ai/ai_provider_request_builder.h"
-#include "orvid/ai/http_chat_completion_client.h"
 #include "orvid/ai/orvid_provider_error.h"
 #include "orvid/ai/secret_redactor.h"
-#include "orvid/ai/system_credential_store.h"
 #include "orvid/automation/process_cua_driver_client.h"
 #include "orvid/core/corelib/automation_records.h"
 #include "orvid/core/orvid_error.h"
@@ -32,7 +30,6 @@
 #include "orvid/pipeline/orvid_automation_pipeline.h"
 #include "orvid/pipeline/prompt_post_processing.h"
 #include "orvid/platform/cancellation.h"
-#include "orvid/platform/curl_orvid_http_client.h"
 #include "orvid/textprocessing/prompt_post_processor.h"
 #include "orvid/textprocessing/transcript_cleanup_engine.h"
 #include "orvid/transcription/cloud_batch/cloud_batch_transcription_provider.h"
@@ -45,7 +42,7 @@ namespace {
 
 struct AutomateOptions {
   std::string file;
-  CloudTranscriptionChoice transcription;
+  ServiceOptions transcription;
   std::string rewritePrompt;
   std::string aiProvider;
   std::string aiModel;
@@ -229,96 +226,69 @@ void printOutput(std::string_view label, const std::string& output) {
   std::cout << "\n";
 }
 
-void runAutomate(const AutomateOptions& options) {
-  const bool rewrites = !options.rewritePrompt.empty();
-  std::optional<TranscriptionPrompt> prompt;
-  std::optional<AIProviderDescriptor> aiProvider;
-  std::optional<AIProviderConfiguration> aiConfiguration;
-  if (rewrites) {
-    prompt = builtInPrompt(options.rewritePrompt);
-    aiProvider = catalogueAIProvider(options.aiProvider);
-    // Named after the provider, so its API key is the one stored with
-    // `orvid credentials set provider.<provider>.api-key`.
-    aiConfiguration.emplace();
-    aiConfiguration->id = aiProvider->id;
-    aiConfiguration->providerID = aiProvider->id;
-    aiConfiguration->displayName = aiProvider->displayName;
-    if (!options.aiModel.empty()) {
-      aiConfiguration->selectedModelID = options.aiModel;
-      aiConfiguration->modelIDs = {options.aiModel};
-    }
-    if (!options.aiBaseURL.empty()) {
-      aiConfiguration->baseURL = URL::parse(options.aiBaseURL);
-      if (!aiConfiguration->baseURL) throw CommandError{"--ai-base-url: not an absolute URL: " + options.aiBaseURL};
-    }
-    if (!aiConfiguration->baseURL && !aiProvider->defaultBaseURL) {
-      throw CommandError{"AI provider \"" + aiProvider->id + "\" has no address of its own: pass --ai-base-url"};
-    }
-    if (!aiConfiguration->selectedModelID && !prompt->modelID) {
-      throw CommandError{"the rewrite needs a model: pass --ai-model with one of the provider's models"};
-    }
-  }
-  std::vector<std::string> candidates = cuaDriverCandidates(options.executable);
-  std::vector<PCMFrame> frames = readWAVFrames(options.file);
+// The rewrite of the request through a language model, when the user asked for one.
+struct Rewrite {
+  TranscriptionPrompt prompt;
+  AIProviderSetup provider;
+};
 
-  std::unique_ptr<ConfirmationTerminal> terminal;
-  if (!options.yes) {
-    terminal = ConfirmationTerminal::open();
-    if (!terminal) throw CommandError{"no terminal to confirm on: run orvid automate in a terminal or pass --yes"};
+std::optional<Rewrite> rewriteFor(const AutomateOptions& options) {
+  if (options.rewritePrompt.empty()) return std::nullopt;
+  Rewrite rewrite{builtInPrompt(options.rewritePrompt),
+                  aiProviderSetup(options.aiProvider, options.aiBaseURL, options.aiModel, "--ai-base-url")};
+  if (!rewrite.provider.configuration.selectedModelID && !rewrite.prompt.modelID) {
+    throw CommandError{"the rewrite needs a model: pass --ai-model with one of the provider's models"};
   }
+  return rewrite;
+}
 
-  CloudTranscriptionSetup transcription = makeCloudTranscription(options.transcription);
-  std::shared_ptr<PromptPostProcessing> rewriter;
-  if (rewrites) {
-    auto client = std::make_shared<HTTPChatCompletionClient>(std::make_shared<CurlOrvidHTTPClient>(),
-                                                             makeSystemCredentialStore("orvid"));
-    rewriter = std::make_shared<PromptPostProcessorAdapter<CommandLineRewriter>>(
-        CommandLineRewriter{PromptPostProcessor(std::move(client))});
-  }
-  OrvidAutomationPipeline pipeline(
-      std::make_shared<OrvidTranscriptionCoordinator>(),
-      std::make_shared<CommandLineTranscriptionProvider>(transcription.provider, transcription.languageRoute),
-      TranscriptCleanupEngine(), rewriter, std::make_shared<ProcessCUADriverClient>(std::move(candidates)));
-
+// Computer use with confirmation; the model that made the instruction is the
+// rewrite's, or without one the speech model whose words the instruction is.
+AIAutomationConfiguration automationFor(const std::optional<Rewrite>& rewrite,
+                                        const CloudTranscriptionSetup& transcription) {
   AIAutomationConfiguration automation;
   automation.computerUseEnabled = true;
   automation.method = AIAutomationMethod::computerUse;
   automation.requiresConfirmation = true;
   AIModelReference model;
-  if (rewrites) {
-    model.providerID = aiProvider->id;
-    model.modelID = aiConfiguration->selectedModelID ? *aiConfiguration->selectedModelID : *prompt->modelID;
+  if (rewrite) {
+    model.providerID = rewrite->provider.descriptor.id;
+    const auto& configuration = rewrite->provider.configuration;
+    model.modelID = configuration.selectedModelID ? *configuration.selectedModelID : *rewrite->prompt.modelID;
   } else {
-    // Without a rewrite the instruction is the speech model's own words, so that
-    // model stands as the one that made it.
     model.providerID = transcription.providerID;
     model.modelID = transcription.modelID;
   }
   model.displayName = model.modelID;
   automation.automationModel = model;
+  return automation;
+}
 
-  OrvidAutomationProposal proposal;
+OrvidAutomationProposal propose(OrvidAutomationPipeline& pipeline, const std::vector<PCMFrame>& frames,
+                                const std::optional<Rewrite>& rewrite, const AIAutomationConfiguration& automation,
+                                const AutomateOptions& options) {
+  std::optional<AIProviderDescriptor> aiProvider;
+  std::optional<AIProviderConfiguration> aiConfiguration;
+  if (rewrite) {
+    aiProvider = rewrite->provider.descriptor;
+    aiConfiguration = rewrite->provider.configuration;
+  }
   try {
     InterruptScope interrupts;
-    proposal = pipeline.prepareAutomation(frames, TranscriptCleanupConfiguration{},
-                                          prompt.value_or(TranscriptionPrompt{}), aiProvider, aiConfiguration,
-                                          automation, interrupts.token());
+    return pipeline.prepareAutomation(frames, TranscriptCleanupConfiguration{},
+                                      rewrite ? rewrite->prompt : TranscriptionPrompt{}, aiProvider, aiConfiguration,
+                                      automation, interrupts.token());
   } catch (const OrvidError& error) {
     if (error.errorCase() != OrvidError::Case::cuaDriverNotReady) throw;
     throw CommandError{std::string(error.what()) + " See what it reports with: orvid cua status" +
                        (options.executable.empty() ? std::string(" (cua-driver is looked up on PATH)")
                                                    : " --executable " + options.executable)};
   }
-  printProposal(proposal);
-  std::cout << std::flush;
+}
 
-  if (terminal && !terminal->confirm("Run this instruction with cua-driver? [y/N] ")) {
-    pipeline.cancelAutomation(proposal.requestID);
-    throw CommandError{"not confirmed; nothing was run"};
-  }
-
-  // Between the two scopes nothing runs on our behalf, so an interrupt at the
-  // question simply ends the tool.
+// Runs the confirmed proposal and prints what the driver said.
+void runConfirmed(OrvidAutomationPipeline& pipeline, const OrvidAutomationProposal& proposal,
+                  const AutomateOptions& options) {
   CUAExecutionResult result;
   InterruptScope interrupts;
   try {
@@ -332,6 +302,39 @@ void runAutomate(const AutomateOptions& options) {
   std::cout << std::flush;
   if (interrupts.interrupted()) throw CancellationError();
   if (result.exitCode != 0) throw CommandError{"cua-driver exited with status " + std::to_string(result.exitCode)};
+}
+
+void runAutomate(const AutomateOptions& options) {
+  std::optional<Rewrite> rewrite = rewriteFor(options);
+  std::vector<std::string> candidates = cuaDriverCandidates(options.executable);
+  std::vector<PCMFrame> frames = readWAVFrames(options.file);
+  std::unique_ptr<ConfirmationTerminal> terminal;
+  if (!options.yes) {
+    terminal = ConfirmationTerminal::open();
+    if (!terminal) throw CommandError{"no terminal to confirm on: run orvid automate in a terminal or pass --yes"};
+  }
+
+  CloudTranscriptionSetup transcription = transcriptionService(options.transcription);
+  std::shared_ptr<PromptPostProcessing> rewriter;
+  if (rewrite) {
+    rewriter = std::make_shared<PromptPostProcessorAdapter<CommandLineRewriter>>(
+        CommandLineRewriter{PromptPostProcessor(rewrite->provider.client)});
+  }
+  OrvidAutomationPipeline pipeline(
+      std::make_shared<OrvidTranscriptionCoordinator>(),
+      std::make_shared<CommandLineTranscriptionProvider>(transcription.provider, transcription.languageRoute),
+      TranscriptCleanupEngine(), rewriter, std::make_shared<ProcessCUADriverClient>(std::move(candidates)));
+
+  OrvidAutomationProposal proposal = propose(pipeline, frames, rewrite, automationFor(rewrite, transcription), options);
+  printProposal(proposal);
+  std::cout << std::flush;
+  if (terminal && !terminal->confirm("Run this instruction with cua-driver? [y/N] ")) {
+    pipeline.cancelAutomation(proposal.requestID);
+    throw CommandError{"not confirmed; nothing was run"};
+  }
+  // Between the two scopes nothing runs on our behalf, so an interrupt at the
+  // question simply ends the tool.
+  runConfirmed(pipeline, proposal, options);
 }
 
 }  // namespace

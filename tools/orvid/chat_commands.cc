@@ -8,10 +8,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "orvid/ai/http_chat_completion_client.h"
 #include "orvid/ai/orvid_provider_error.h"
-#include "orvid/ai/system_credential_store.h"
-#include "orvid/platform/curl_orvid_http_client.h"
 #include "tools/orvid/cli_support.h"
 #include "tools/orvid/commands.h"
 #include "tools/orvid/interrupts.h"
@@ -44,34 +41,18 @@ std::string withAdvice(const OrvidProviderError& error, const std::string& provi
 }
 
 ChatCompletionResult chat(const ChatOptions& options) {
-  const AIProviderDescriptor descriptor = catalogueAIProvider(options.provider);
-
-  // The configuration is the catalogue entry itself: its key is "provider." + id + ".api-key".
-  AIProviderConfiguration configuration;
-  configuration.id = descriptor.id;
-  configuration.providerID = descriptor.id;
-  configuration.displayName = descriptor.displayName;
-  if (!options.baseURL.empty()) {
-    configuration.baseURL = URL::parse(options.baseURL);
-    if (!configuration.baseURL ||
-        (configuration.baseURL->scheme() != "http" && configuration.baseURL->scheme() != "https")) {
-      throw CommandError{"--base-url '" + options.baseURL + "' is not an http or https URL"};
-    }
-  }
-
+  AIProviderSetup provider = aiProviderSetup(options.provider, options.baseURL, "", "--base-url");
   ChatCompletionRequest request;
-  request.providerID = descriptor.id;
+  request.providerID = provider.descriptor.id;
   request.modelID = options.model;
   if (!options.system.empty()) request.systemPrompt = options.system;
   for (const auto& word : options.words) request.userText += (request.userText.empty() ? "" : " ") + word;
   if (!options.effort.empty()) request.reasoningEffort = aiReasoningEffortFromRawValue(options.effort);
-
-  HTTPChatCompletionClient client(std::make_shared<CurlOrvidHTTPClient>(), makeSystemCredentialStore("orvid"));
   try {
     InterruptScope interrupts;
-    return client.complete(request, descriptor, configuration, interrupts.token());
+    return provider.client->complete(request, provider.descriptor, provider.configuration, interrupts.token());
   } catch (const OrvidProviderError& error) {
-    throw CommandError{withAdvice(error, descriptor.id)};
+    throw CommandError{withAdvice(error, provider.descriptor.id)};
   }
 }
 

@@ -8,15 +8,10 @@
 #include <sstream>
 
 #include "orvid/ai/secret_redactor.h"
-#include "orvid/ai/system_credential_store.h"
 #include "orvid/audio/audio_wav_decoder.h"
 #include "orvid/automation/executable_discovery.h"
 #include "orvid/core/corelib/asr_language.h"
 #include "orvid/core/corelib/orvid_defaults.h"
-#include "orvid/platform/curl_orvid_http_client.h"
-#include "orvid/transcription/asr_language_routing_resolver.h"
-#include "orvid/transcription/cloud_batch/cloud_batch_transcription_provider.h"
-#include "orvid/transcription/transcription_provider_registry.h"
 #include "tools/orvid/commands.h"
 
 namespace orvid::cli {
@@ -158,49 +153,54 @@ TranscriptionPrompt builtInPrompt(const std::string& id) {
                      joinedIDs(prompts, [](const TranscriptionPrompt& prompt) { return prompt.id; }) + ")"};
 }
 
-AIProviderDescriptor catalogueAIProvider(const std::string& id) {
-  const auto& providers = OrvidDefaults::aiProviderDescriptors();
-  for (const AIProviderDescriptor& provider : providers) {
-    if (provider.id == id) return provider;
+namespace {
+
+CommandError setupFailure(const ProviderSetupError& error, std::string_view baseURLOption) {
+  switch (error.errorCase()) {
+    case ProviderSetupError::Case::invalidBaseURL:
+    case ProviderSetupError::Case::missingBaseURL:
+      return CommandError{std::string(error.what()) + " (" + std::string(baseURLOption) + " URL)"};
+    default:
+      return CommandError{error.what()};
   }
-  throw CommandError{"unknown AI provider \"" + id + "\" (providers: " +
-                     joinedIDs(providers, [](const AIProviderDescriptor& provider) { return provider.id; }) + ")"};
 }
 
-CloudTranscriptionSetup makeCloudTranscription(const CloudTranscriptionChoice& choice) {
-  auto descriptor = TranscriptionProviderRegistry::descriptor(choice.provider);
-  if (!descriptor) throw CommandError{"unknown transcription provider '" + choice.provider + "'"};
-  const auto* cloud = descriptor->backend.cloudDescriptor();
-  if (cloud == nullptr) {
-    throw CommandError{"'" + choice.provider + "' runs on this machine; this command needs a cloud speech service"};
-  }
+}  // namespace
 
-  std::optional<URL> baseURL = cloud->baseURL;
-  if (!choice.baseURL.empty()) {
-    baseURL = URL::parse(choice.baseURL);
-    if (!baseURL || (baseURL->scheme() != "http" && baseURL->scheme() != "https")) {
-      throw CommandError{"--base-url '" + choice.baseURL + "' is not an http or https URL"};
-    }
-  }
-  if (!baseURL) throw CommandError{"'" + choice.provider + "' has no default address; pass --base-url URL"};
-
+CloudTranscriptionSetup transcriptionService(const ServiceOptions& options) {
+  CloudTranscriptionChoice choice;
+  choice.providerID = options.provider;
+  if (!options.baseURL.empty()) choice.baseURL = options.baseURL;
+  if (!options.model.empty()) choice.modelID = options.model;
+  if (!options.language.empty()) choice.languageCodes = {options.language};
   CloudTranscriptionSetup setup;
-  setup.providerID = descriptor->id;
-  setup.modelID = choice.model.empty() ? cloud->defaultModelID : choice.model;
-  ASRLanguageSelection selection;
-  if (!choice.language.empty()) selection.languageCodes.push_back(choice.language);
-  setup.languageRoute =
-      ASRLanguageRoutingResolver::resolve(selection, *descriptor, ASRTranscriptionTransport::batch, setup.modelID);
-  if (!choice.language.empty() && !setup.languageRoute.providerLanguage) {
-    // Asked for explicitly on the command line: sent as given even where the catalogue does not list it.
-    setup.languageRoute.providerLanguage = choice.language;
-    setup.languageRoute.diagnostics.push_back("language " + choice.language + " sent as given on the command line");
+  try {
+    setup = makeCloudTranscription(choice, ProviderEnvironment::system(kCredentialService));
+  } catch (const ProviderSetupError& error) {
+    throw setupFailure(error, "--base-url");
   }
-  // The configuration is the catalogue entry itself: its key is "provider." + id + ".api-key".
-  setup.provider = std::make_shared<CloudBatchTranscriptionProvider>(
-      descriptor->id, *baseURL, cloud->api, descriptor->id, setup.modelID, makeSystemCredentialStore("orvid"),
-      std::make_shared<CurlOrvidHTTPClient>());
+  if (!options.language.empty() && !setup.languageRoute.providerLanguage) {
+    // Asked for explicitly on the command line: sent as given even where the catalogue does not list it.
+    setup.languageRoute.providerLanguage = options.language;
+    setup.languageRoute.diagnostics.push_back("language " + options.language + " sent as given on the command line");
+  }
   return setup;
+}
+
+AIProviderSetup aiProviderSetup(const std::string& provider, const std::string& baseURL, const std::string& model,
+                                std::string_view baseURLOption) {
+  AIProviderChoice choice;
+  choice.providerID = provider;
+  if (!baseURL.empty()) choice.baseURL = baseURL;
+  if (!model.empty()) choice.modelID = model;
+  try {
+    return makeAIProvider(choice, ProviderEnvironment::system(kCredentialService));
+  } catch (const ProviderSetupError& error) {
+    if (error.errorCase() != ProviderSetupError::Case::unknownProvider) throw setupFailure(error, baseURLOption);
+    const auto& providers = OrvidDefaults::aiProviderDescriptors();
+    throw CommandError{"unknown AI provider \"" + provider + "\" (providers: " +
+                       joinedIDs(providers, [](const AIProviderDescriptor& entry) { return entry.id; }) + ")"};
+  }
 }
 
 std::vector<std::string> cuaDriverCandidates(const std::string& executable) {

@@ -12,10 +12,8 @@
 #include "orvid/core/corelib/transcription_prompt.h"
 #include "orvid/core/pcm_frame.h"
 #include "orvid/platform/bytes.h"
+#include "orvid/providers.h"
 
-namespace orvid {
-class CloudBatchTranscriptionProvider;
-}
 
 namespace orvid::cli {
 
@@ -44,33 +42,25 @@ std::string redactedLine(std::string_view text);
 // The built-in prompt `id`; an unknown one is a CommandError listing the built-in prompts.
 TranscriptionPrompt builtInPrompt(const std::string& id);
 
-// The AI provider `id` of the catalogue; an unknown one is a CommandError listing them.
-AIProviderDescriptor catalogueAIProvider(const std::string& id);
-
 // A cloud batch transcription service as chosen on the command line; empty texts
 // mean "not given".
-struct CloudTranscriptionChoice {
+struct ServiceOptions {
   std::string provider;
   std::string baseURL;
   std::string model;
   std::string language;
 };
 
-// The service ready to transcribe, with the language route of its requests.
-struct CloudTranscriptionSetup {
-  std::shared_ptr<CloudBatchTranscriptionProvider> provider;
-  ResolvedASRLanguageRoute languageRoute;
-  // The catalogue identifier; the API key is kept as "provider." + it + ".api-key".
-  std::string providerID;
-  std::string modelID;
-};
+// The catalogue's cloud service through the library's front door, with the system
+// credential store (service "orvid"). A language the catalogue does not list is sent
+// as given. Setup failures are CommandErrors naming the option to fix.
+CloudTranscriptionSetup transcriptionService(const ServiceOptions& options);
 
-// The catalogue's cloud service `choice.provider` at the given or catalogue address,
-// with the given or default model; the key comes from the system credential store
-// (service "orvid"). A language the catalogue does not list is sent as given. An
-// unknown or on-device provider, a base URL that is not http(s) and a provider
-// without any address are CommandErrors.
-CloudTranscriptionSetup makeCloudTranscription(const CloudTranscriptionChoice& choice);
+// The catalogue's AI provider `provider` at `baseURL` (or its own address) with
+// `model`, empty texts meaning "not given". `baseURLOption` names the option in
+// errors; an unknown provider is a CommandError listing them.
+AIProviderSetup aiProviderSetup(const std::string& provider, const std::string& baseURL, const std::string& model,
+                                std::string_view baseURLOption);
 
 // The candidates for ProcessCUADriverClient: `executable` alone, or none when it is
 // empty (cua-driver is then looked up on PATH). A path that is not an executable

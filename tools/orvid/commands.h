@@ -20,6 +20,9 @@ void addRewriteCommands(CLI::App& app);
 void addCuaCommands(CLI::App& app);
 void addAutomateCommands(CLI::App& app);
 
+// The credential store's service name: API keys live under it.
+inline constexpr const char* kCredentialService = "orvid";
+
 // A failure the user can act on: printed as one line on stderr, exit status 1.
 struct CommandError {
   std::string message;

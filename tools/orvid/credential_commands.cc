@@ -18,7 +18,7 @@ namespace orvid::cli {
 namespace {
 
 struct CredentialOptions {
-  std::string service = "orvid";
+  std::string service = kCredentialService;
   std::string store = "auto";
   std::string reference;
 };

@@ -10,12 +10,9 @@
 #include <CLI/CLI.hpp>
 
 #include "orvid/ai/ai_provider_request_builder.h"
-#include "orvid/ai/http_chat_completion_client.h"
 #include "orvid/ai/orvid_provider_error.h"
-#include "orvid/ai/system_credential_store.h"
 #include "orvid/core/corelib/ai_provider.h"
 #include "orvid/core/corelib/transcription_prompt.h"
-#include "orvid/platform/curl_orvid_http_client.h"
 #include "orvid/textprocessing/prompt_output_parser.h"
 #include "orvid/textprocessing/prompt_post_processor.h"
 #include "tools/orvid/cli_support.h"
@@ -24,9 +21,6 @@
 
 namespace orvid::cli {
 namespace {
-
-// The service name under which `orvid credentials` keeps secrets by default.
-constexpr const char* kCredentialService = "orvid";
 
 struct RewriteOptions {
   std::string text;
@@ -51,27 +45,11 @@ void runRewrite(const RewriteOptions& options) {
   if (text == "-") text.assign(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
   TranscriptionPrompt prompt = builtInPrompt(options.prompt);
   if (options.alternatives) prompt.rewritesAsAlternatives = true;
-  const AIProviderDescriptor provider = catalogueAIProvider(options.provider);
-
-  // The configuration is named after the provider, so its API key is the one
-  // stored with `orvid credentials set provider.<provider>.api-key`.
-  AIProviderConfiguration configuration;
-  configuration.id = provider.id;
-  configuration.providerID = provider.id;
-  configuration.displayName = provider.displayName;
-  configuration.selectedModelID = options.model;
-  if (options.model) configuration.modelIDs = {*options.model};
-  if (options.baseURL) {
-    configuration.baseURL = URL::parse(*options.baseURL);
-    if (!configuration.baseURL) throw CommandError{"--base-url: not an absolute URL: " + *options.baseURL};
-  }
-  if (!configuration.baseURL && !provider.defaultBaseURL) {
-    throw CommandError{"provider \"" + provider.id + "\" has no address of its own: pass --base-url"};
-  }
-
-  auto client = std::make_shared<HTTPChatCompletionClient>(std::make_shared<CurlOrvidHTTPClient>(),
-                                                           makeSystemCredentialStore(kCredentialService));
-  PromptPostProcessor processor(client);
+  AIProviderSetup setup =
+      aiProviderSetup(options.provider, options.baseURL.value_or(""), options.model.value_or(""), "--base-url");
+  const AIProviderDescriptor& provider = setup.descriptor;
+  const AIProviderConfiguration& configuration = setup.configuration;
+  PromptPostProcessor processor(setup.client);
   std::optional<PromptPostProcessResult> result;
   try {
     InterruptScope interrupts;

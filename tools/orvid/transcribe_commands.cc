@@ -17,12 +17,12 @@ namespace {
 
 struct TranscribeOptions {
   std::string file;
-  CloudTranscriptionChoice service;
+  ServiceOptions service;
   std::string prompt;
 };
 
 std::string transcribeFile(const TranscribeOptions& options) {
-  CloudTranscriptionSetup setup = makeCloudTranscription(options.service);
+  CloudTranscriptionSetup setup = transcriptionService(options.service);
   TranscriptionRequest request;
   request.audioFrames = readWAVFrames(options.file);
   request.languageRoute = setup.languageRoute;
