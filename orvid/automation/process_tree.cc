@@ -2,6 +2,7 @@
 
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -65,6 +66,13 @@ bool killAllDescendants(std::chrono::milliseconds limit) {
     // A killed process turns into a zombie within moments; look again once others have run.
     std::this_thread::yield();
   }
+}
+
+bool endAllDescendants(std::chrono::milliseconds limit) {
+  bool none = killAllDescendants(limit);
+  while (::waitpid(-1, nullptr, WNOHANG) > 0) {
+  }
+  return none;
 }
 
 }  // namespace orvid

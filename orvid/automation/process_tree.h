@@ -30,7 +30,12 @@ bool adoptOrphanedDescendants();
 
 // Sends the kill signal to every descendant of this process, again until none is
 // left (a process may start another meanwhile) or `limit` has passed. Zombies are
-// left for their parents to reap. True when none is left.
+// left to their parents. True when no descendant is left running.
 bool killAllDescendants(std::chrono::milliseconds limit);
+
+// killAllDescendants, then reaps every child of this process that has ended
+// (adopted orphans included). Only for a process that owns all of its children,
+// such as a command-line tool that is about to exit.
+bool endAllDescendants(std::chrono::milliseconds limit);
 
 }  // namespace orvid

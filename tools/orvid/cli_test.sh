@@ -626,6 +626,33 @@ else
   grep -q -x "  started" "$work/out" || fail "automate interrupted output: $(cat "$work/out")"
   kill -0 "$driver_pid" 2>/dev/null && { kill -KILL "$driver_pid"; fail "automate interrupted: the driver is still running"; }
 fi
+# A driver that ignores the terminate signal, with a helper in a session of its own:
+# a second signal 0.2 s after the first still leaves no process behind.
+make_driver stubborn "trap '' TERM; echo \$\$ >'$work/stubborn.pid'; setsid sleep 60 & echo \$! >'$work/helper.pid'; cat >/dev/null; echo started; exec sleep 60" "$ready_doctor"
+rm -f "$work/stubborn.pid" "$work/helper.pid"
+"$orvid" "${request[@]}" --base-url "$service/v1" --executable "$work/driver-stubborn" --yes >"$work/out" 2>"$work/err" &
+orvid_pid=$!
+for _ in $(seq 300); do [ -s "$work/helper.pid" ] && break; sleep 0.1; done
+driver_pid=$(cat "$work/stubborn.pid" 2>/dev/null)
+helper_pid=$(cat "$work/helper.pid" 2>/dev/null)
+if [ -z "$driver_pid" ] || [ -z "$helper_pid" ]; then
+  kill -KILL "$orvid_pid" 2>/dev/null
+  fail "automate twice interrupted: the driver did not start: $(cat "$work/err")"
+else
+  kill -TERM "$orvid_pid"
+  sleep 0.2
+  kill -TERM "$orvid_pid"
+  timeout 20 tail --pid="$orvid_pid" -f /dev/null || kill -KILL "$orvid_pid"
+  wait "$orvid_pid"
+  status=$?
+  [ "$status" -eq 143 ] || fail "automate twice interrupted: exit status $status: $(cat "$work/err")"
+  for pid in "$driver_pid" "$helper_pid"; do
+    if kill -0 "$pid" 2>/dev/null; then
+      kill -KILL "$pid"
+      fail "automate twice interrupted: process $pid outlived the tool"
+    fi
+  done
+fi
 expect_error "automate bad executable" "${request[@]}" --base-url "$service/v1" --executable "$work/no-such-driver" --yes
 expect_error "automate missing file" automate "$work/absent.wav" --provider openai-compatible --base-url "$service/v1" --yes
 expect_error "automate not a WAV" automate "$work/text.wav" --provider openai-compatible --base-url "$service/v1" --yes

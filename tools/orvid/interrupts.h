@@ -10,7 +10,10 @@ namespace orvid::cli {
 // any other thread exists, and keep it for the life of the program.
 // Outside an InterruptScope a signal ends the tool at once, as it would without the
 // watcher. Inside one the first signal stops the scope's token, so the running work
-// can end its child processes and requests and report; a second ends the tool at once.
+// can end its child processes and requests and report; a second kills every process
+// the tool started and gives the work two seconds to unwind; a third, or those two
+// seconds passing, ends the tool at once. Whatever happens, no process the tool
+// started (nor one those started) outlives it: they are killed when the tool ends.
 class InterruptWatcher {
  public:
   InterruptWatcher();
