@@ -9,20 +9,12 @@
 #include "orvid/ai/secret_redactor.h"
 #include "orvid/automation/cua_driver_status_parser.h"
 #include "orvid/automation/executable_discovery.h"
-#include "orvid/automation/utf8_text.h"
+#include "orvid/platform/internal/text.h"
 
 namespace orvid {
 namespace {
 
 constexpr const char* kWhichPath = "/usr/bin/which";
-
-std::string trimmed(std::string_view text) {
-  const char* whitespace = " \t\n\r\f\v";
-  auto first = text.find_first_not_of(whitespace);
-  if (first == std::string_view::npos) return {};
-  auto last = text.find_last_not_of(whitespace);
-  return std::string(text.substr(first, last - first + 1));
-}
 
 struct CollectedRun {
   std::string stdout;
@@ -60,7 +52,7 @@ std::optional<std::string> ProcessCUADriverClient::resolveExecutable() const {
     ChildProcess which = ChildProcess::launch({kWhichPath, {executableName}, std::nullopt, std::nullopt});
     CollectedRun answer = collect(which, {});
     if (answer.outcome.endedBySignal || answer.outcome.terminationStatus != 0) return std::nullopt;
-    std::string path = trimmed(decodeUTF8OrEmpty(answer.stdout));
+    std::string path(internal::trimASCIIWhitespace(internal::decodeUTF8OrEmpty(answer.stdout)));
     if (path.empty()) return std::nullopt;
     return path;
   } catch (const std::exception&) {
@@ -78,8 +70,8 @@ ProcessCUADriverClient::CommandOutput ProcessCUADriverClient::runStatusCommand(
     ChildProcess::Supervision supervision;
     supervision.stop = std::move(stop);
     CollectedRun answer = collect(child, std::move(supervision));
-    return {SecretRedactor::redact(decodeUTF8OrEmpty(answer.stdout)),
-            SecretRedactor::redact(decodeUTF8OrEmpty(answer.stderr))};
+    return {SecretRedactor::redact(internal::decodeUTF8OrEmpty(answer.stdout)),
+            SecretRedactor::redact(internal::decodeUTF8OrEmpty(answer.stderr))};
   } catch (const std::exception& error) {
     // A launch that failed, also for want of descriptors or memory.
     return {"", SecretRedactor::redact(error.what())};
@@ -111,7 +103,7 @@ CUADriverStatus ProcessCUADriverClient::checkStatus(std::stop_token stop) {
   if (auto status = CUADriverStatusParser::parseDoctorJSON(doctor.stdout, path, now_())) return *status;
   CommandOutput plain = runStatusCommand(*path, {"status"}, stop);
   CUADriverStatus status = CUADriverStatusParser::parseText(plain.stdout + "\n" + plain.stderr, path, now_());
-  if (!status.version) status.version = trimmed(versionOutput);
+  if (!status.version) status.version = std::string(internal::trimASCIIWhitespace(versionOutput));
   return status;
 }
 
@@ -154,8 +146,8 @@ CUAExecutionResult ProcessCUADriverClient::run(const CUAExecutionRequest& reques
   if (collected.outcome.stillRunning) child.reapWhenEnded();
   if (collected.outcome.deadlinePassed) throw CUADriverClientError::timedOut(request.timeoutSeconds);
   return {request.executionID, collected.outcome.terminationStatus,
-          SecretRedactor::redact(decodeUTF8OrEmpty(collected.stdout)),
-          SecretRedactor::redact(decodeUTF8OrEmpty(collected.stderr))};
+          SecretRedactor::redact(internal::decodeUTF8OrEmpty(collected.stdout)),
+          SecretRedactor::redact(internal::decodeUTF8OrEmpty(collected.stderr))};
 }
 
 void ProcessCUADriverClient::cancel(const UUID& executionID) {

@@ -182,7 +182,18 @@ TEST_F(ProcessCUADriverClientTest, StatusNeverThrowsEvenWithoutFileDescriptorsLe
   std::size_t open = 0;
   for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) ++open;
   rlimit tight = saved;
-  tight.rlim_cur = open;  // the next descriptor cannot be had: no pipe for the tool
+  // Two descriptors left: a launch takes one, then needs a pair for a pipe and fails.
+  tight.rlim_cur = open + 2;
+  // The undefined-behaviour sanitizer checks the dynamic type of each new exception
+  // object, with a pipe the first time it meets the type; meet them now.
+  std::system_error warmSystemError(std::make_error_code(std::errc::too_many_files_open), "warm");
+  ProcessLaunchError warmLaunchError("warm", EMFILE);
+  for (const std::exception* error : {static_cast<const std::exception*>(&warmSystemError),
+                                      static_cast<const std::exception*>(&warmLaunchError)}) {
+    EXPECT_NE(error->what(), nullptr);
+  }
+  EXPECT_EQ(warmSystemError.code(), std::errc::too_many_files_open);
+  EXPECT_EQ(warmLaunchError.errorNumber(), EMFILE);
   ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &tight), 0);
   std::optional<CUADriverStatus> status;
   EXPECT_NO_THROW(status = driver.status());

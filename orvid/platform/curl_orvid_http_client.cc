@@ -11,6 +11,7 @@
 #include <curl/curl.h>
 
 #include "orvid/platform/cancellation.h"
+#include "orvid/platform/internal/text.h"
 
 namespace orvid {
 namespace {
@@ -21,14 +22,6 @@ using Clock = std::chrono::steady_clock;
 void initialiseCurlOnce() {
   static std::once_flag once;
   std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
-}
-
-std::string_view trimmed(std::string_view text) {
-  while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
-  while (!text.empty() && (text.back() == ' ' || text.back() == '\t' || text.back() == '\r' || text.back() == '\n')) {
-    text.remove_suffix(1);
-  }
-  return text;
 }
 
 // The state of one transfer, reached from curl's callbacks on the calling thread.
@@ -63,7 +56,7 @@ size_t receiveHeaderLine(char* data, size_t size, size_t count, void* user) {
   if (!line.empty() && (line.front() == ' ' || line.front() == '\t')) {
     // A folded continuation of the previous field.
     if (!headers.empty()) {
-      auto continuation = trimmed(line);
+      auto continuation = internal::trimASCIIWhitespace(line);
       if (!continuation.empty()) {
         headers.back().value += ' ';
         headers.back().value += continuation;
@@ -73,7 +66,7 @@ size_t receiveHeaderLine(char* data, size_t size, size_t count, void* user) {
   }
   auto colon = line.find(':');
   if (colon == std::string_view::npos) return length;  // the blank line that ends the block
-  headers.push_back({std::string(trimmed(line.substr(0, colon))), std::string(trimmed(line.substr(colon + 1)))});
+  headers.push_back({std::string(internal::trimASCIIWhitespace(line.substr(0, colon))), std::string(internal::trimASCIIWhitespace(line.substr(colon + 1)))});
   return length;
 }
 
