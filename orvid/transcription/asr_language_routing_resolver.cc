@@ -34,6 +34,112 @@ std::optional<std::string> onlyOf(const std::vector<std::string>& codes) {
   return codes.front();
 }
 
+// The selection limited to the codes the provider lists (any selection when it
+// lists none but "auto"), with a diagnostic naming the codes it drops.
+std::vector<std::string> limitedToProvider(const ASRLanguageSelection& selection,
+                                           const TranscriptionProviderDescriptor& provider,
+                                           std::vector<std::string>& diagnostics) {
+  std::set<std::string> supported;
+  for (const auto& code : provider.supportedLanguageCodes) supported.insert(lowercaseASCII(code));
+  supported.erase("auto");
+  if (supported.empty()) return selection.languageCodes;
+
+  std::vector<std::string> limited = selection.limited(provider.supportedLanguageCodes).languageCodes;
+  if (limited == selection.languageCodes) return limited;
+  std::vector<std::string> ignored;
+  for (const auto& code : selection.languageCodes) {
+    if (!supported.contains(lowercaseASCII(code))) ignored.push_back(code);
+  }
+  if (!ignored.empty()) diagnostics.push_back("Ignored unsupported language codes: " + joined(ignored, ", "));
+  return limited;
+}
+
+// The codes of one request: as the user selected them, and as the provider expects them.
+struct RouteCodes {
+  std::vector<std::string> selected;
+  std::vector<std::string> sent;
+};
+
+// No language selected for a provider that needs one: its first listed language.
+void routeToFirstSupported(ResolvedASRLanguageRoute& route, const TranscriptionProviderDescriptor& provider) {
+  route.strategy = Strategy::unavailableFallback;
+  const auto& codes = provider.supportedLanguageCodes;
+  auto fallback =
+      std::find_if(codes.begin(), codes.end(), [](const std::string& code) { return lowercaseASCII(code) != "auto"; });
+  if (fallback == codes.end()) {
+    route.diagnostics.push_back("Automatic language selection is unsupported and no fallback language is available.");
+    return;
+  }
+  route.providerLanguage = normalize(*fallback, provider);
+  route.effectivePostProcessingLanguage = *fallback;
+  route.diagnostics.push_back("Automatic language selection is unsupported; using " + *fallback + ".");
+}
+
+// A provider that takes one language: the primary selection, or with none what
+// the capability says for an unspecified language.
+void routeSingleLanguage(ResolvedASRLanguageRoute& route, const ASRLanguageInputCapability& capability,
+                         const TranscriptionProviderDescriptor& provider, const RouteCodes& codes) {
+  if (codes.selected.empty()) {
+    switch (capability.whenUnspecified) {
+      case Behavior::omitLanguage:
+      case Behavior::detectAutomatically:
+        route.strategy = Strategy::automatic;
+        break;
+      case Behavior::sendFixedValue:
+        route.strategy = Strategy::automatic;
+        route.providerLanguage = capability.value;
+        break;
+      case Behavior::fallbackToFirstSupported:
+        routeToFirstSupported(route, provider);
+        break;
+    }
+    return;
+  }
+  const bool single = codes.selected.size() == 1;
+  route.strategy = single ? Strategy::explicitSingle : Strategy::unavailableFallback;
+  route.providerLanguage = codes.sent.front();
+  route.effectivePostProcessingLanguage = codes.selected.front();
+  if (!single) route.diagnostics.push_back("The provider accepts one language; using the primary selection.");
+}
+
+// A provider with a broad multilingual mode: one selected language goes as it is;
+// none or several use the multilingual value.
+void routeBroadMultilingual(ResolvedASRLanguageRoute& route, const std::optional<std::string>& multilingualValue,
+                            const RouteCodes& codes) {
+  if (codes.selected.size() == 1) {
+    route.strategy = Strategy::explicitSingle;
+    route.providerLanguage = codes.sent.front();
+    route.effectivePostProcessingLanguage = codes.selected.front();
+    return;
+  }
+  route.strategy = Strategy::multilingualMode;
+  route.providerLanguage = multilingualValue;
+  route.diagnostics.push_back(
+      codes.selected.empty()
+          ? "Automatic selection uses the provider's broad multilingual mode."
+          : "The provider's multilingual mode is broad; the selected subset is not enforced server-side.");
+}
+
+// A provider that takes several languages, as hints or as the languages its
+// detection expects; with none selected it detects on its own.
+void routeCandidates(ResolvedASRLanguageRoute& route, Strategy strategy, const RouteCodes& codes) {
+  if (codes.selected.empty()) {
+    route.strategy = Strategy::automatic;
+    return;
+  }
+  route.strategy = strategy;
+  (strategy == Strategy::candidateHints ? route.providerLanguageHints : route.expectedLanguages) = codes.sent;
+  route.effectivePostProcessingLanguage = onlyOf(codes.selected);
+}
+
+// A transport with no language-aware adapter: the primary selection, noted as a compromise.
+void routeWithoutAdapter(ResolvedASRLanguageRoute& route, const RouteCodes& codes) {
+  route.strategy = Strategy::unavailableFallback;
+  route.providerLanguage = firstOf(codes.sent);
+  route.effectivePostProcessingLanguage = firstOf(codes.selected);
+  route.diagnostics.push_back("The selected transport has no constructible language-aware adapter.");
+}
+
 }  // namespace
 
 ResolvedASRLanguageRoute ASRLanguageRoutingResolver::resolve(const ASRLanguageSelection& selection,
@@ -42,102 +148,30 @@ ResolvedASRLanguageRoute ASRLanguageRoutingResolver::resolve(const ASRLanguageSe
                                                              const std::optional<std::string>& modelID) {
   const auto capability = ASRLanguageCapabilityResolver::capability(provider, transport, modelID);
 
-  std::set<std::string> supported;
-  for (const auto& code : provider.supportedLanguageCodes) supported.insert(lowercaseASCII(code));
-  supported.erase("auto");
-
   ResolvedASRLanguageRoute route;
   route.providerID = provider.id;
   route.modelID = modelID;
   route.transport = transport;
+  route.selectedLanguageCodes = limitedToProvider(selection, provider, route.diagnostics);
 
-  std::vector<std::string> limited = selection.languageCodes;
-  if (!supported.empty()) {
-    limited = selection.limited(provider.supportedLanguageCodes).languageCodes;
-    if (limited != selection.languageCodes) {
-      std::vector<std::string> ignored;
-      for (const auto& code : selection.languageCodes) {
-        if (!supported.contains(lowercaseASCII(code))) ignored.push_back(code);
-      }
-      if (!ignored.empty()) route.diagnostics.push_back("Ignored unsupported language codes: " + joined(ignored, ", "));
-    }
-  }
-  route.selectedLanguageCodes = limited;
-
-  std::vector<std::string> normalized;
-  for (const auto& code : limited) normalized.push_back(normalize(code, provider));
-  const std::size_t count = limited.size();
+  RouteCodes codes{route.selectedLanguageCodes, {}};
+  for (const auto& code : codes.selected) codes.sent.push_back(normalize(code, provider));
 
   switch (capability.kind) {
     case Kind::singleLanguage:
-      if (count == 0) {
-        switch (capability.whenUnspecified) {
-          case Behavior::omitLanguage:
-          case Behavior::detectAutomatically:
-            route.strategy = Strategy::automatic;
-            break;
-          case Behavior::sendFixedValue:
-            route.strategy = Strategy::automatic;
-            route.providerLanguage = capability.value;
-            break;
-          case Behavior::fallbackToFirstSupported: {
-            route.strategy = Strategy::unavailableFallback;
-            auto fallback = std::find_if(provider.supportedLanguageCodes.begin(), provider.supportedLanguageCodes.end(),
-                                         [](const std::string& code) { return lowercaseASCII(code) != "auto"; });
-            if (fallback != provider.supportedLanguageCodes.end()) {
-              route.providerLanguage = normalize(*fallback, provider);
-              route.effectivePostProcessingLanguage = *fallback;
-              route.diagnostics.push_back("Automatic language selection is unsupported; using " + *fallback + ".");
-            } else {
-              route.diagnostics.push_back(
-                  "Automatic language selection is unsupported and no fallback language is available.");
-            }
-            break;
-          }
-        }
-      } else {
-        route.strategy = count == 1 ? Strategy::explicitSingle : Strategy::unavailableFallback;
-        route.providerLanguage = normalized.front();
-        route.effectivePostProcessingLanguage = limited.front();
-        if (count > 1) route.diagnostics.push_back("The provider accepts one language; using the primary selection.");
-      }
+      routeSingleLanguage(route, capability, provider, codes);
       break;
     case Kind::broadMultilingual:
-      if (count == 1) {
-        route.strategy = Strategy::explicitSingle;
-        route.providerLanguage = normalized.front();
-        route.effectivePostProcessingLanguage = limited.front();
-      } else {
-        route.strategy = Strategy::multilingualMode;
-        route.providerLanguage = capability.value;
-        route.diagnostics.push_back(
-            count == 0 ? "Automatic selection uses the provider's broad multilingual mode."
-                       : "The provider's multilingual mode is broad; the selected subset is not enforced server-side.");
-      }
+      routeBroadMultilingual(route, capability.value, codes);
       break;
     case Kind::languageHints:
-      if (count == 0) {
-        route.strategy = Strategy::automatic;
-      } else {
-        route.strategy = Strategy::candidateHints;
-        route.providerLanguageHints = normalized;
-        route.effectivePostProcessingLanguage = onlyOf(limited);
-      }
+      routeCandidates(route, Strategy::candidateHints, codes);
       break;
     case Kind::candidateDetection:
-      if (count == 0) {
-        route.strategy = Strategy::automatic;
-      } else {
-        route.strategy = Strategy::candidateDetection;
-        route.expectedLanguages = normalized;
-        route.effectivePostProcessingLanguage = onlyOf(limited);
-      }
+      routeCandidates(route, Strategy::candidateDetection, codes);
       break;
     case Kind::noLanguageAwareAdapter:
-      route.strategy = Strategy::unavailableFallback;
-      route.providerLanguage = firstOf(normalized);
-      route.effectivePostProcessingLanguage = firstOf(limited);
-      route.diagnostics.push_back("The selected transport has no constructible language-aware adapter.");
+      routeWithoutAdapter(route, codes);
       break;
     case Kind::noLanguageInput:
       route.strategy = Strategy::noLanguageInput;
