@@ -1,9 +1,15 @@
 #include "orvid/textprocessing/transcript_cleanup_engine.h"
 
 #include <algorithm>
+#include <array>
+#include <bit>
 #include <chrono>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 
 #include <nlohmann/json.hpp>
 #include <unicode/brkiter.h>
@@ -106,55 +112,6 @@ bool isASCII(std::string_view text) {
   return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
 }
 
-char lowerASCII(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
-
-// Every occurrence of `form`, ignoring letter case, replaced by `term`.
-std::string replaceIgnoringCase(std::string_view text, std::string_view form, std::string_view term) {
-  if (form.empty()) return std::string(text);
-  if (isASCII(text) && isASCII(form)) {
-    // Between ASCII texts, ignoring case only pairs A-Z with a-z.
-    auto equalIgnoringCase = [](char a, char b) { return lowerASCII(a) == lowerASCII(b); };
-    std::string output;
-    size_t copied = 0;
-    for (auto at = std::search(text.begin(), text.end(), form.begin(), form.end(), equalIgnoringCase);
-         at != text.end();
-         at = std::search(at + static_cast<std::ptrdiff_t>(form.size()), text.end(), form.begin(), form.end(),
-                          equalIgnoringCase)) {
-      const auto start = static_cast<size_t>(at - text.begin());
-      output.append(text.substr(copied, start - copied));
-      output.append(term);
-      copied = start + form.size();
-    }
-    if (copied == 0) return std::string(text);
-    output.append(text.substr(copied));
-    return output;
-  }
-  UParseError parseError;
-  UErrorCode status = U_ZERO_ERROR;
-  std::unique_ptr<icu::RegexPattern> pattern(icu::RegexPattern::compile(
-      unicodeFrom(form), UREGEX_LITERAL | UREGEX_CASE_INSENSITIVE, parseError, status));
-  if (U_FAILURE(status)) return std::string(text);
-  icu::UnicodeString input = unicodeFrom(text);
-  std::unique_ptr<icu::RegexMatcher> matcher(pattern->matcher(input, status));
-  if (U_FAILURE(status)) return std::string(text);
-  icu::UnicodeString replacement = unicodeFrom(term);
-  icu::UnicodeString output;
-  int32_t copied = 0;
-  bool replaced = false;
-  while (matcher->find(status) && U_SUCCESS(status)) {
-    int32_t start = matcher->start(status);
-    int32_t end = matcher->end(status);
-    if (U_FAILURE(status) || end == start) break;
-    output.append(input, copied, start - copied);
-    output.append(replacement);
-    copied = end;
-    replaced = true;
-  }
-  if (!replaced) return std::string(text);
-  output.append(input, copied, input.length() - copied);
-  return utf8From(output);
-}
-
 bool isLetterOrNumber(UChar32 c) { return (U_GET_GC_MASK(c) & (U_GC_L_MASK | U_GC_N_MASK)) != 0; }
 
 // Text as a sequence of characters in the user's sense (extended grapheme
@@ -169,6 +126,12 @@ class CharacterUnits {
   // whose first code point is a letter or a digit.
   std::u32string units(std::string_view text, bool matchingForm) {
     std::u32string result;
+    append(text, matchingForm, result);
+    return result;
+  }
+
+  // units(text, matchingForm) appended to `result`.
+  void append(std::string_view text, bool matchingForm, std::u32string& result) {
     const bool ascii = isASCII(text);
     // Every ASCII character but CR LF is a character of its own; CR and LF are
     // neither letters nor digits.
@@ -178,7 +141,7 @@ class CharacterUnits {
         bool keep = !matchingForm || (lower >= 'a' && lower <= 'z') || (lower >= '0' && lower <= '9');
         if (keep) result.push_back(static_cast<char32_t>(static_cast<unsigned char>(lower)));
       }
-      return result;
+      return;
     }
     icu::UnicodeString unicode = unicodeFrom(text);
     if (matchingForm) unicode.toLower(icu::Locale::getRoot());
@@ -187,7 +150,7 @@ class CharacterUnits {
       icu::UnicodeString composed = nfc->normalize(unicode, status);
       if (U_SUCCESS(status)) unicode = std::move(composed);
     }
-    auto append = [&](int32_t start, int32_t end) {
+    auto appendCharacter = [&](int32_t start, int32_t end) {
       UChar32 first = unicode.char32At(start);
       if (matchingForm && !isLetterOrNumber(first)) return;
       result.push_back(unitOf(unicode, start, end));
@@ -195,19 +158,18 @@ class CharacterUnits {
     if (eachCodePointIsACharacter(unicode)) {
       for (int32_t i = 0; i < unicode.length();) {
         int32_t next = unicode.moveIndex32(i, 1);
-        append(i, next);
+        appendCharacter(i, next);
         i = next;
       }
-      return result;
+      return;
     }
     icu::BreakIterator* characters = breakIterator();
-    if (characters == nullptr) return result;
+    if (characters == nullptr) return;
     characters->setText(unicode);
     for (int32_t start = characters->first(), end = characters->next(); end != icu::BreakIterator::DONE;
          start = end, end = characters->next()) {
-      append(start, end);
+      appendCharacter(start, end);
     }
-    return result;
   }
 
  private:
@@ -357,6 +319,368 @@ std::string_view trimPunctuation(std::string_view text) {
   return text.substr(static_cast<size_t>(start), static_cast<size_t>(end - start));
 }
 
+// One of 64 bits standing for a character in matching form: a bit of its own for
+// each of a to z and 0 to 9, one of the other 28 for any other character. Two
+// characters with different bits are different characters.
+uint64_t characterBit(char32_t unit) {
+  if (unit >= U'a' && unit <= U'z') return uint64_t{1} << (unit - U'a');
+  if (unit >= U'0' && unit <= U'9') return uint64_t{1} << (26 + unit - U'0');
+  return uint64_t{1} << (36 + unit % 28);
+}
+
+uint64_t maskOf(std::u32string_view units) {
+  uint64_t mask = 0;
+  for (char32_t unit : units) mask |= characterBit(unit);
+  return mask;
+}
+
+// text_support::characterCount(), without a break iterator for ASCII text, where
+// every character but CR LF stands alone.
+size_t characterCount(std::string_view text) {
+  if (!isASCII(text)) return text_support::characterCount(text);
+  size_t count = text.size();
+  for (size_t at = text.find("\r\n"); at != std::string_view::npos; at = text.find("\r\n", at + 2)) --count;
+  return count;
+}
+
+// The words of a text (its pieces between single spaces, empty ones dropped) and
+// their characters in matching form, laid end to end so that the characters of a
+// run of words are one slice.
+class WordTable {
+ public:
+  void build(std::string_view text, CharacterUnits& characters) {
+    if (!buildASCII(text)) {
+      words_ = wordsOf(text);
+      units_.clear();
+      starts_.assign(1, 0);
+      masks_.clear();
+      for (std::string_view word : words_) {
+        const size_t start = units_.size();
+        characters.append(word, true, units_);
+        starts_.push_back(units_.size());
+        masks_.push_back(maskOf(std::u32string_view(units_).substr(start)));
+      }
+    }
+    size_t wordBytes = 0;
+    for (std::string_view word : words_) wordBytes += word.size();
+    joined_ = words_.empty() ? text.empty() : text.size() == wordBytes + words_.size() - 1;
+  }
+
+  const std::vector<std::string_view>& words() const { return words_; }
+
+  // The characters of the `count` words from `first`, in matching form.
+  std::u32string_view units(size_t first, size_t count) const {
+    return std::u32string_view(units_).substr(starts_[first], starts_[first + count] - starts_[first]);
+  }
+
+  // Where the characters of each word start in matching form, and one past the last.
+  const std::vector<size_t>& starts() const { return starts_; }
+
+  // characterBit() of every character of the word at `index`.
+  uint64_t mask(size_t index) const { return masks_[index]; }
+
+  // True when the text is its words joined by single spaces.
+  bool joined() const { return joined_; }
+
+ private:
+  // build() in one walk for ASCII text: the same words and characters as
+  // wordsOf() and CharacterUnits give. False, having done nothing, for other text.
+  bool buildASCII(std::string_view text) {
+    // Each byte's character in matching form: 0 for the bytes matching drops,
+    // kSpace for the space and kOther for the bytes beyond ASCII.
+    static constexpr char kSpace = 1;
+    static constexpr char kOther = 2;
+    static const std::array<char, 256> matching = [] {
+      std::array<char, 256> table{};
+      for (int c = 'a'; c <= 'z'; ++c) table[static_cast<size_t>(c)] = static_cast<char>(c);
+      for (int c = 'A'; c <= 'Z'; ++c) table[static_cast<size_t>(c)] = static_cast<char>(c - 'A' + 'a');
+      for (int c = '0'; c <= '9'; ++c) table[static_cast<size_t>(c)] = static_cast<char>(c);
+      table[' '] = kSpace;
+      for (size_t c = 0x80; c < 256; ++c) table[c] = kOther;
+      return table;
+    }();
+    auto beyondASCII = [](char c) { return matching[static_cast<unsigned char>(c)] == kOther; };
+    if (std::any_of(text.begin(), text.end(), beyondASCII)) return false;
+    words_.clear();
+    starts_.assign(1, 0);
+    masks_.clear();
+    units_.resize(text.size());
+    char32_t* const begin = units_.data();
+    char32_t* out = begin;
+    const char* const bytes = text.data();
+    const size_t size = text.size();
+    size_t wordStart = 0;
+    uint64_t mask = 0;
+    for (size_t i = 0; i <= size; ++i) {
+      const char c = i < size ? matching[static_cast<unsigned char>(bytes[i])] : kSpace;
+      if (c == kSpace) {
+        if (i > wordStart) {
+          words_.emplace_back(bytes + wordStart, i - wordStart);
+          starts_.push_back(static_cast<size_t>(out - begin));
+          masks_.push_back(mask);
+        }
+        wordStart = i + 1;
+        mask = 0;
+      } else if (c != 0) {
+        *out++ = static_cast<char32_t>(c);
+        mask |= characterBit(static_cast<char32_t>(c));
+      }
+    }
+    units_.resize(static_cast<size_t>(out - begin));
+    return true;
+  }
+
+  std::vector<std::string_view> words_;
+  std::u32string units_;
+  std::vector<size_t> starts_;
+  std::vector<uint64_t> masks_;
+  bool joined_ = true;
+};
+
+// A run of `count` words from `first` that a term replaces.
+struct Span {
+  size_t first;
+  size_t count;
+};
+
+// The spans replaceNGramApproximations gives to a term whose characters in matching
+// form are `target`, left to right. Every span that passes the length filter is
+// considered, but the edit distance is computed only when two lower bounds on it
+// still allow the threshold: the difference in length, and the number of the
+// target's characters that do not occur in the span at all (each costs an edit).
+void findApproximations(const WordTable& table, std::u32string_view target, double threshold, EditDistanceRows& rows,
+                        std::vector<Span>& spans) {
+  spans.clear();
+  const size_t wordCount = table.words().size();
+  const size_t targetLength = target.size();
+  const size_t allowedDifference = targetLength < 6 ? 3 : targetLength / 2;
+  const size_t shortestLength = targetLength - std::min(targetLength, allowedDifference);
+  const size_t longestLength = targetLength + allowedDifference;
+  // For each length that passes the length filter, the largest edit distance
+  // whose similarity still reaches the threshold, or -1 when the difference in
+  // length alone is too much. Similarity only falls as the distance grows, so the
+  // estimate from the threshold is moved to the exact boundary.
+  std::vector<ptrdiff_t> allowedDistance(longestLength + 1, -1);
+  for (size_t length = shortestLength; length <= longestLength; ++length) {
+    const auto longer = static_cast<ptrdiff_t>(std::max(length, targetLength));
+    auto reaches = [longer, threshold](ptrdiff_t distance) {
+      const double similarity =
+          longer == 0 ? 1.0 : 1.0 - static_cast<double>(distance) / static_cast<double>(longer);
+      return !(similarity < threshold);
+    };
+    ptrdiff_t allowed = longer;  // NaN and thresholds of 0 or less allow every distance
+    if (threshold > 0) {
+      const double estimate = std::floor((1.0 - std::min(threshold, 1.0)) * static_cast<double>(longer));
+      allowed = std::clamp(static_cast<ptrdiff_t>(estimate), ptrdiff_t{0}, longer);
+      while (allowed < longer && reaches(allowed + 1)) ++allowed;
+      while (allowed >= 0 && !reaches(allowed)) --allowed;
+    }
+    const size_t difference = length > targetLength ? length - targetLength : targetLength - length;
+    allowedDistance[length] = allowed < static_cast<ptrdiff_t>(difference) ? -1 : allowed;
+  }
+  // How many characters of the target have each bit.
+  std::array<ptrdiff_t, 64> targetBitCounts{};
+  uint64_t targetMask = 0;
+  for (char32_t unit : target) {
+    const uint64_t bit = characterBit(unit);
+    targetMask |= bit;
+    ++targetBitCounts[static_cast<size_t>(std::countr_zero(bit))];
+  }
+  const std::vector<size_t>& starts = table.starts();
+  auto tooFar = [&](size_t first, size_t count, ptrdiff_t allowed) {
+    uint64_t spanMask = 0;
+    for (size_t k = first; k < first + count; ++k) spanMask |= table.mask(k);
+    ptrdiff_t missing = 0;
+    for (uint64_t absent = targetMask & ~spanMask; absent != 0; absent &= absent - 1) {
+      missing += targetBitCounts[static_cast<size_t>(std::countr_zero(absent))];
+      if (missing > allowed) return true;
+    }
+    return false;
+  };
+
+  // Spans from one word are tried longest first; their lengths grow with their
+  // words, so only the counts whose lengths pass the filter are walked.
+  size_t reach = 0;  // one past the last word a span from word i may end with; never falls as i grows
+  size_t i = 0;
+  while (i < wordCount) {
+    reach = std::max(reach, i);
+    while (reach < wordCount && starts[reach + 1] - starts[i] <= longestLength) ++reach;
+    bool matched = false;
+    for (size_t n = std::min<size_t>(6, reach - i); n >= 1 && !matched; --n) {
+      const size_t length = starts[i + n] - starts[i];
+      if (length < shortestLength) break;
+      const ptrdiff_t allowed = allowedDistance[length];
+      if (allowed < 0 || tooFar(i, n, allowed)) continue;
+      if (boundedSimilarity(table.units(i, n), target, threshold, rows) >= threshold) {
+        spans.push_back({i, n});
+        i += n;
+        matched = true;
+      }
+    }
+    if (!matched) ++i;
+  }
+}
+
+// The text of `table` as words joined by single spaces, each of `spans` (in
+// order) replaced by `term`.
+std::string replacingSpans(std::string_view text, const WordTable& table, const std::vector<Span>& spans,
+                           std::string_view term) {
+  const std::vector<std::string_view>& words = table.words();
+  std::string output;
+  output.reserve(text.size() + spans.size() * term.size());
+  if (table.joined()) {
+    // The text between spans is already the words between them, joined.
+    size_t copied = 0;
+    for (const Span& span : spans) {
+      const auto start = static_cast<size_t>(words[span.first].data() - text.data());
+      const std::string_view last = words[span.first + span.count - 1];
+      output.append(text.substr(copied, start - copied));
+      output.append(term);
+      copied = static_cast<size_t>(last.data() - text.data()) + last.size();
+    }
+    output.append(text.substr(copied));
+    return output;
+  }
+  auto span = spans.begin();
+  for (size_t i = 0; i < words.size();) {
+    if (i > 0) output.push_back(' ');
+    if (span != spans.end() && span->first == i) {
+      output.append(term);
+      i += span->count;
+      ++span;
+    } else {
+      output.append(words[i]);
+      ++i;
+    }
+  }
+  return output;
+}
+
+// The dictionary step of clean(), for one text and term after term: what
+// replacing the spoken forms and replaceNGramApproximations derive from the text
+// (its lower-cased, UTF-16 and case-folded copies, its words and their characters)
+// is kept until a term changes the text, so a term that is not there costs a few
+// searches and one walk over the words.
+class DictionaryPass {
+ public:
+  explicit DictionaryPass(std::string text) : text_(std::move(text)) {}
+
+  // Every occurrence of `form`, ignoring letter case, replaced by `term`.
+  void replaceIgnoringCase(std::string_view form, std::string_view term) {
+    if (form.empty()) return;
+    if (textIsASCII() && isASCII(form)) {
+      // Between ASCII texts, ignoring case only pairs A-Z with a-z.
+      std::string loweredForm(form);
+      for (char& c : loweredForm) c = lowerASCII(c);
+      const std::string& lowered = loweredText();
+      size_t at = lowered.find(loweredForm);
+      if (at == std::string::npos) return;
+      std::string output;
+      output.reserve(text_.size() + term.size());
+      size_t copied = 0;
+      for (; at != std::string::npos; at = lowered.find(loweredForm, copied)) {
+        output.append(text_, copied, at - copied);
+        output.append(term);
+        copied = at + form.size();
+      }
+      output.append(text_, copied);
+      replaceText(std::move(output));
+      return;
+    }
+    const icu::UnicodeString unicodeForm = unicodeFrom(form);
+    // A match is a stretch of text whose full case folding is the form's, so text
+    // whose folding does not contain the form's has none.
+    if (foldedText().indexOf(icu::UnicodeString(unicodeForm).foldCase()) < 0) return;
+    UParseError parseError;
+    UErrorCode status = U_ZERO_ERROR;
+    std::unique_ptr<icu::RegexPattern> pattern(
+        icu::RegexPattern::compile(unicodeForm, UREGEX_LITERAL | UREGEX_CASE_INSENSITIVE, parseError, status));
+    if (U_FAILURE(status)) return;
+    const icu::UnicodeString& input = unicodeText();
+    std::unique_ptr<icu::RegexMatcher> matcher(pattern->matcher(input, status));
+    if (U_FAILURE(status)) return;
+    const icu::UnicodeString replacement = unicodeFrom(term);
+    icu::UnicodeString output;
+    int32_t copied = 0;
+    bool replaced = false;
+    while (matcher->find(status) && U_SUCCESS(status)) {
+      int32_t start = matcher->start(status);
+      int32_t end = matcher->end(status);
+      if (U_FAILURE(status) || end == start) break;
+      output.append(input, copied, start - copied);
+      output.append(replacement);
+      copied = end;
+      replaced = true;
+    }
+    if (!replaced) return;
+    output.append(input, copied, input.length() - copied);
+    matcher.reset();
+    replaceText(utf8From(output));
+  }
+
+  // The text as replaceNGramApproximations(text, term, threshold) leaves it.
+  void replaceApproximations(std::string_view term, double threshold) {
+    if (!tableIsCurrent_) {
+      table_.build(text_, characters_);
+      tableIsCurrent_ = true;
+    }
+    target_.clear();
+    characters_.append(term, true, target_);
+    findApproximations(table_, target_, threshold, rows_, spans_);
+    if (spans_.empty() && table_.joined()) return;
+    replaceText(replacingSpans(text_, table_, spans_, term));
+  }
+
+  std::string take() { return std::move(text_); }
+
+ private:
+  static char lowerASCII(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+
+  void replaceText(std::string text) {
+    text_ = std::move(text);
+    ascii_.reset();
+    lowered_.reset();
+    unicode_.reset();
+    folded_.reset();
+    tableIsCurrent_ = false;
+  }
+
+  bool textIsASCII() {
+    if (!ascii_) ascii_ = isASCII(text_);
+    return *ascii_;
+  }
+
+  const std::string& loweredText() {
+    if (!lowered_) {
+      lowered_ = text_;
+      for (char& c : *lowered_) c = lowerASCII(c);
+    }
+    return *lowered_;
+  }
+
+  const icu::UnicodeString& unicodeText() {
+    if (!unicode_) unicode_ = unicodeFrom(text_);
+    return *unicode_;
+  }
+
+  const icu::UnicodeString& foldedText() {
+    if (!folded_) folded_ = icu::UnicodeString(unicodeText()).foldCase();
+    return *folded_;
+  }
+
+  std::string text_;
+  std::optional<bool> ascii_;
+  std::optional<std::string> lowered_;
+  std::optional<icu::UnicodeString> unicode_;
+  std::optional<icu::UnicodeString> folded_;
+  bool tableIsCurrent_ = false;
+  WordTable table_;
+  CharacterUnits characters_;
+  EditDistanceRows rows_;
+  std::vector<Span> spans_;
+  std::u32string target_;
+};
+
 }  // namespace
 
 void to_json(nlohmann::json& json, const TranscriptCleanupConfiguration& configuration) {
@@ -394,15 +718,15 @@ std::string TranscriptCleanupEngine::clean(std::string_view text, const Transcri
   if (!terms.empty()) {
     std::vector<std::pair<size_t, const std::string*>> ordered;
     ordered.reserve(terms.size());
-    for (const std::string& term : terms) ordered.emplace_back(text_support::characterCount(term), &term);
+    for (const std::string& term : terms) ordered.emplace_back(characterCount(term), &term);
     std::stable_sort(ordered.begin(), ordered.end(),
                      [](const auto& a, const auto& b) { return a.first > b.first; });
+    DictionaryPass pass(std::move(result));
     for (const auto& [length, term] : ordered) {
-      for (const std::string& form : spokenForms(*term)) {
-        if (!form.empty()) result = replaceIgnoringCase(result, form, *term);
-      }
-      result = replaceNGramApproximations(result, *term, threshold);
+      for (const std::string& form : spokenForms(*term)) pass.replaceIgnoringCase(form, *term);
+      pass.replaceApproximations(*term, threshold);
     }
+    result = pass.take();
   }
 
   if (configuration.collapsesStutters) result = collapseStutters(result);
@@ -498,46 +822,14 @@ std::vector<std::string> TranscriptCleanupEngine::spokenForms(std::string_view t
 
 std::string TranscriptCleanupEngine::replaceNGramApproximations(std::string_view text, std::string_view term,
                                                                 double threshold) {
-  const std::vector<std::string_view> words = wordsOf(text);
   CharacterUnits characters;
+  WordTable table;
+  table.build(text, characters);
   const std::u32string target = characters.units(term, true);
-  std::vector<std::u32string> forms;
-  forms.reserve(words.size());
-  for (std::string_view word : words) forms.push_back(characters.units(word, true));
-
-  const size_t targetLength = target.size();
-  const size_t allowedDifference = targetLength < 6 ? 3 : targetLength / 2;
-  std::string output;
-  output.reserve(text.size());
-  bool first = true;
-  auto emit = [&output, &first](std::string_view piece) {
-    if (!first) output.push_back(' ');
-    output.append(piece);
-    first = false;
-  };
-  std::u32string candidate;
   EditDistanceRows rows;
-  size_t i = 0;
-  while (i < words.size()) {
-    bool matched = false;
-    const size_t longest = std::min<size_t>(6, words.size() - i);
-    size_t spanLength = 0;
-    for (size_t k = i; k < i + longest; ++k) spanLength += forms[k].size();
-    for (size_t n = longest; n >= 1; spanLength -= forms[i + n - 1].size(), --n) {
-      size_t difference = spanLength > targetLength ? spanLength - targetLength : targetLength - spanLength;
-      if (difference > allowedDifference) continue;
-      candidate.clear();
-      for (size_t k = i; k < i + n; ++k) candidate += forms[k];
-      if (boundedSimilarity(candidate, target, threshold, rows) >= threshold) {
-        emit(term);
-        i += n;
-        matched = true;
-        break;
-      }
-    }
-    if (!matched) emit(words[i++]);
-  }
-  return output;
+  std::vector<Span> spans;
+  findApproximations(table, target, threshold, rows, spans);
+  return replacingSpans(text, table, spans, term);
 }
 
 double TranscriptCleanupEngine::similarity(std::string_view a, std::string_view b) {
