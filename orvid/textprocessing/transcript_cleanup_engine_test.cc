@@ -108,6 +108,43 @@ TEST_F(CleanupFixture, CleansWithTheConfiguredFillersStuttersAndTerms) {
   EXPECT_EQ(engine.removeFillers("so um  yes"), "um  yes");
 }
 
+TEST_F(CleanupFixture, TermsApplyOneAfterAnotherEachToTheTextTheEarlierOnesLeft) {
+  // Overlapping terms, prefixes of other terms, case, punctuation, CJK, case
+  // folding beyond ASCII and terms at either end; the outputs were taken from the
+  // term-by-term implementation that the shared pass replaced.
+  struct Case {
+    std::string input;
+    std::vector<std::string> terms;
+    double threshold;
+    std::string expected;
+  };
+  const std::vector<Case> cases = {
+      {"zento flux and zento", {"Zento", "ZentoFlux"}, 0.85, "ZentoFlux and Zento"},
+      {"zentoflux, zento-flux and zento flux", {"ZentoFlux", "Zento", "Flux"}, 0.85,
+       "ZentoFlux ZentoFlux and ZentoFlux"},
+      // "Kube", the shortest, comes last and rewrites the start of "kubectl" as a plain substring.
+      {"kubernetis runs kube and kubectl", {"Kube", "Kubernetes", "kubectl"}, 0.85,
+       "Kubernetes runs Kube and Kubectl"},
+      {"q r v, Q.R.V. and qrv", {"QRV"}, 0.85, "QRV QRV and QRV"},
+      {"zenteflux at the start", {"ZentoFlux"}, 0.85, "ZentoFlux at the start"},
+      {"ends with zenteflux", {"ZentoFlux"}, 0.85, "ends with ZentoFlux"},
+      {"new york city york", {"New York City", "York"}, 0.85, "New York City York"},
+      {"marlo we and marlowe", {"Marlowe", "Marlo"}, 0.85, "Marlowe and Marlowe"},
+      {"dora dina dana", {"Dana", "Dina", "Dora"}, 0.7, "Dora Dina Dina"},
+      {"  a  w  s \t console\n", {"AWS"}, 0.85, "AWS console"},
+      {"c ++ and ++ and c++", {"++", "C++"}, 0.85, "C++ and ++ and C++"},
+      {"café on gitHUB and git hub", {"GitHub"}, 0.85, "café on GitHub and GitHub"},
+      {"STRASSE und straße und Strasse", {"Straße"}, 0.85, "Straße und Straße und Straße"},
+      {"\u212Aelvin and KELVIN", {"kelvin"}, 0.85, "kelvin and kelvin"},
+      {"我们在北京大学和北京", {"北京", "北京大学"}, 0.85, "我们在北京大学和北京"},
+      {"我们 在 北京大雪 见", {"北京大学"}, 0.7, "我们 在 北京大学 见"},
+      {"北京 大学 很 好", {"北京大学"}, 0.85, "北京大学 很 好"},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(engine_.clean(c.input, configuration(c.terms, false, false, c.threshold)), c.expected) << c.input;
+  }
+}
+
 TEST(TranscriptCleanupEngineTest, SimilarityIsOneMinusEditDistanceOverTheLongerLength) {
   EXPECT_DOUBLE_EQ(TranscriptCleanupEngine::similarity("", ""), 1.0);
   EXPECT_DOUBLE_EQ(TranscriptCleanupEngine::similarity("abc", ""), 0.0);
