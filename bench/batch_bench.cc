@@ -1,8 +1,23 @@
-// The whole cloud batch path of the library (WAV encoding, multipart body, send,
-// parse) against the loopback OpenAI service, beside the curl command-line tool
-// posting the same multipart body to the same service. The counter "vs_curl_tool"
-// is the tool's time for one post divided by the library's time for one
-// transcription: above 1 the library is faster than running curl.
+// The whole cloud batch path of the library against the loopback OpenAI service,
+// beside the curl command-line tool posting the same upload to the same service.
+//
+// BM_LibraryBatchTranscription: one transcription per iteration through the
+// provider: WAV encoding of the capture frames, the multipart body, the POST over
+// libcurl on a connection kept alive between transcriptions (the loopback server
+// closes a connection after its fifth request, so every fifth transcription opens
+// a new one), and parsing the answer.
+// BM_CurlToolPost: one post per iteration by a new curl process sending the same
+// multipart body, written to a file beforehand: starting the process (loading
+// curl and its libraries), connecting, sending and reading the answer.
+// Bytes are the WAV bytes of one upload.
+//
+// The library benchmark also reports the same statistic for both sides, measured
+// in the same run: "library_ms", the median time of its transcriptions (back to
+// back, each timed on its own); "curl_tool_ms", the median of a few curl tool
+// posts made right after them (back to back too); and "vs_curl_tool",
+// curl_tool_ms / library_ms: above 1 the library is faster than starting curl
+// for each post. Both sides include the loopback service's own work on the
+// request.
 
 #include <fcntl.h>
 #include <spawn.h>
@@ -13,9 +28,11 @@
 #include <cerrno>
 #include <chrono>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <memory>
 #include <numbers>
 #include <stdexcept>
@@ -123,44 +140,53 @@ struct BatchFixture {
     }
     if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) throw std::runtime_error("curl did not post successfully");
   }
-
-  // Seconds of the fastest of a few curl tool posts.
-  double curlToolSeconds() const {
-    double best = 0;
-    for (int round = 0; round < 5; ++round) {
-      const auto start = std::chrono::steady_clock::now();
-      postWithCurlTool();
-      const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-      best = round == 0 ? seconds : std::min(best, seconds);
-    }
-    return best;
-  }
 };
 
-// Bytes of WAV uploaded per transcription.
+double secondsTaken(const auto& work) {
+  const auto start = std::chrono::steady_clock::now();
+  work();
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+double median(std::vector<double> values) {
+  std::sort(values.begin(), values.end());
+  const std::size_t middle = values.size() / 2;
+  return values.size() % 2 == 1 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
+}
+
+// Curl tool posts made for the counters of the library benchmark.
+constexpr int kCurlToolPosts = 9;
+
 void BM_LibraryBatchTranscription(benchmark::State& state) {
   BatchFixture fixture(static_cast<int>(state.range(0)));
   fixture.provider.transcribe(fixture.request);  // opens the kept-alive connection
-  const auto start = std::chrono::steady_clock::now();
+  std::vector<double> librarySeconds;
   for (auto _ : state) {
-    orvid::TranscriptionResult result = fixture.provider.transcribe(fixture.request);
+    orvid::TranscriptionResult result;
+    librarySeconds.push_back(secondsTaken([&] { result = fixture.provider.transcribe(fixture.request); }));
     benchmark::DoNotOptimize(result.text.data());
     if (result.text.empty()) {
       state.SkipWithError("the service gave no transcript");
-      break;
+      return;
     }
   }
-  const double loopSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) * static_cast<std::int64_t>(fixture.wavBytes));
-  if (state.iterations() == 0 || loopSeconds <= 0) return;
   if (!std::filesystem::exists(kCurlTool)) {
     state.SkipWithError("no curl tool to compare with");
     return;
   }
-  state.counters["vs_curl_tool"] = fixture.curlToolSeconds() / (loopSeconds / static_cast<double>(state.iterations()));
+  std::vector<double> curlToolSeconds;
+  for (int post = 0; post < kCurlToolPosts; ++post) {
+    curlToolSeconds.push_back(secondsTaken([&] { fixture.postWithCurlTool(); }));
+  }
+  const double library = median(librarySeconds);
+  const double curlTool = median(curlToolSeconds);
+  state.counters["library_ms"] = 1000 * library;
+  state.counters["curl_tool_ms"] = 1000 * curlTool;
+  state.counters["vs_curl_tool"] = curlTool / library;
 }
 
-// The same upload by the curl command-line tool, one process per post.
+// The same upload by the curl command-line tool, one new process per post.
 void BM_CurlToolPost(benchmark::State& state) {
   if (!std::filesystem::exists(kCurlTool)) {
     state.SkipWithError("no curl tool");
