@@ -3,7 +3,6 @@
 #include <chrono>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -15,7 +14,6 @@
 #include "orvid/core/orvid_error.h"
 #include "orvid/platform/temporary_directory.h"
 #include "orvid/platform/user_defaults.h"
-#include "orvid/textprocessing/prompt_post_processor.h"
 
 namespace orvid {
 
@@ -32,26 +30,21 @@ using Clock = std::chrono::steady_clock;
 class FakeTranscriptionProvider : public TranscriptionProvider {
  public:
   std::string id() const override { return "fake"; }
-
   TranscriptionResult transcribe(const TranscriptionRequest& request, std::stop_token) override {
-    std::lock_guard lock(mutex);
     requests.push_back(request);
     if (error) std::rethrow_exception(error);
     return result;
   }
-
   ResultStream<TranscriptionPartialResult> stream(const TranscriptionRequest&, std::stop_token) override {
     throw OrvidError::unsupportedStreaming();
   }
 
-  std::mutex mutex;
-  TranscriptionResult result;
+  TranscriptionResult result{"  open   notes and write hello ", 0.8, "en", std::nullopt, std::nullopt};
   std::exception_ptr error;
   std::vector<TranscriptionRequest> requests;
 };
 
-// A rewriter that answers with a fixed result and lets a manual clock advance
-// while it "thinks".
+// A rewriter that answers with a fixed result and advances a manual clock while it "thinks".
 class FakePromptProcessor : public PromptPostProcessing {
  public:
   std::optional<PromptPostProcessResult> process(const std::string& cleanedTranscript,
@@ -74,8 +67,7 @@ class FakePromptProcessor : public PromptPostProcessing {
   Clock::duration thinkingTime{};
   std::optional<std::string> rewrittenText;
   std::exception_ptr error;
-  // Each call's transcript, prompt, provider, configuration and default model.
-  std::vector<std::string> calls;
+  std::vector<std::string> calls;  // transcript|prompt|provider|configuration|default model
 };
 
 // A driver with a fixed readiness that records what it is asked to do.
@@ -87,13 +79,11 @@ class FakeCUADriverClient : public CUADriverClient {
     status.readiness = readiness;
     return status;
   }
-
   CUAExecutionResult run(const CUAExecutionRequest& request, std::stop_token) override {
     runs.push_back(request);
     if (error) std::rethrow_exception(error);
     return {request.executionID, exitCode, "done", ""};
   }
-
   void cancel(const UUID& executionID) override { cancelled.push_back(executionID); }
 
   CUADriverReadiness readiness = CUADriverReadiness::ready;
@@ -117,11 +107,7 @@ AIAutomationConfiguration automationConfiguration() {
 class OrvidAutomationPipelineTest : public ::testing::Test {
  protected:
   OrvidAutomationPipelineTest() : settings_(folder_ / "settings.json") {
-    transcriber_->result.text = "  open   notes and write hello ";
-    transcriber_->result.confidence = 0.8;
-    transcriber_->result.language = "en";
     prompt_.id = "automation";
-    prompt_.promptText = "Turn the request into an instruction.";
     provider_.id = "openai";
     providerConfiguration_.id = "openai-main";
   }
@@ -136,8 +122,7 @@ class OrvidAutomationPipelineTest : public ::testing::Test {
 
   OrvidAutomationProposal prepare(OrvidAutomationPipeline& pipeline,
                                   const AIAutomationConfiguration& configuration = automationConfiguration()) {
-    return pipeline.prepareAutomation(someAudio(), cleanup_, prompt_, provider_, providerConfiguration_,
-                                      configuration);
+    return pipeline.prepareAutomation(someAudio(), {}, prompt_, provider_, providerConfiguration_, configuration);
   }
 
   TemporaryDirectory folder_{"orvid-pipeline"};
@@ -146,7 +131,6 @@ class OrvidAutomationPipelineTest : public ::testing::Test {
   std::shared_ptr<FakeTranscriptionProvider> transcriber_ = std::make_shared<FakeTranscriptionProvider>();
   std::shared_ptr<FakePromptProcessor> rewriter_ = std::make_shared<FakePromptProcessor>();
   std::shared_ptr<FakeCUADriverClient> driver_ = std::make_shared<FakeCUADriverClient>();
-  TranscriptCleanupConfiguration cleanup_;
   TranscriptionPrompt prompt_;
   AIProviderDescriptor provider_;
   AIProviderConfiguration providerConfiguration_;
@@ -160,17 +144,13 @@ TEST_F(OrvidAutomationPipelineTest, PreparesARewrittenProposalAndRunsItOnConfirm
   OrvidAutomationProposal proposal = prepare(*pipeline);
 
   ASSERT_EQ(transcriber_->requests.size(), 1u);
-  const TranscriptionRequest& request = transcriber_->requests[0];
-  EXPECT_EQ(request.audioFrames, someAudio());
-  EXPECT_EQ(request.languageRoute, ResolvedASRLanguageRoute::unspecified);
-  EXPECT_EQ(request.promptHint, std::nullopt);
-  EXPECT_TRUE(request.providerOptions.empty());
+  EXPECT_EQ(transcriber_->requests[0].audioFrames, someAudio());
+  EXPECT_EQ(transcriber_->requests[0].languageRoute, ResolvedASRLanguageRoute::unspecified);
+  EXPECT_EQ(transcriber_->requests[0].promptHint, std::nullopt);
   EXPECT_EQ(rewriter_->calls,
             std::vector<std::string>{"open notes and write hello|automation|openai|openai-main|gpt-4o"});
-
   OrvidAutomationProposal expected;
   expected.requestID = proposal.requestID;
-  expected.method = AIAutomationMethod::computerUse;
   expected.recognizedText = "  open   notes and write hello ";
   expected.cleanedText = "open notes and write hello";
   expected.proposedInstruction = "Open Notes and type hello.";
@@ -180,10 +160,8 @@ TEST_F(OrvidAutomationPipelineTest, PreparesARewrittenProposalAndRunsItOnConfirm
   expected.promptDurationMilliseconds = 1234;
   expected.transcriptionConfidence = 0.8;
   expected.minimumTranscriptionConfidence = 0.6;
-  expected.requiresConfirmation = true;
   EXPECT_EQ(proposal, expected);
   EXPECT_EQ(pipeline->pendingProposal(), proposal);
-
   OrvidExecutionState waiting;
   waiting.stage = VoiceCaptureStage::awaitingConfirmation(proposal.requestID);
   waiting.recognizedText = expected.recognizedText;
@@ -192,10 +170,9 @@ TEST_F(OrvidAutomationPipelineTest, PreparesARewrittenProposalAndRunsItOnConfirm
   EXPECT_EQ(pipeline->currentState(), waiting);
 
   driver_->exitCode = 2;
-  CUAExecutionResult result = pipeline->confirmAutomation(proposal.requestID, 45);
-  EXPECT_EQ(result, (CUAExecutionResult{proposal.requestID, 2, "done", ""}));
-  ASSERT_EQ(driver_->runs.size(), 1u);
-  EXPECT_EQ(driver_->runs[0], (CUAExecutionRequest{proposal.requestID, "Open Notes and type hello.", 45}));
+  EXPECT_EQ(pipeline->confirmAutomation(proposal.requestID, 45),
+            (CUAExecutionResult{proposal.requestID, 2, "done", ""}));
+  EXPECT_EQ(driver_->runs, (std::vector<CUAExecutionRequest>{{proposal.requestID, "Open Notes and type hello.", 45}}));
   EXPECT_EQ(coordinator_->snapshot(), (OrvidTranscriptionCoordinator::Snapshot{OrvidExecutionState::idle(), {}}));
   EXPECT_EQ(pipeline->pendingProposal(), std::nullopt);
   EXPECT_THROW(pipeline->confirmAutomation(proposal.requestID, 45), OrvidError);
@@ -219,9 +196,9 @@ TEST_F(OrvidAutomationPipelineTest, WithoutARewriteTheInstructionIsTheCleanedTex
     rewriter_->calls.clear();
     rewriter_->rewrittenText = c.rewrittenText;
     auto pipeline = makePipeline(c.withRewriter);
-    OrvidAutomationProposal proposal = pipeline->prepareAutomation(
-        someAudio(), cleanup_, prompt_, c.withProvider ? std::optional(provider_) : std::nullopt,
-        providerConfiguration_, automationConfiguration());
+    OrvidAutomationProposal proposal =
+        pipeline->prepareAutomation(someAudio(), {}, prompt_, c.withProvider ? std::optional(provider_) : std::nullopt,
+                                    providerConfiguration_, automationConfiguration());
     EXPECT_EQ(proposal.proposedInstruction, "open notes and write hello");
     EXPECT_EQ(proposal.promptDurationMilliseconds, c.duration);
     EXPECT_EQ(rewriter_->calls.size(), c.rewriterCalls);
@@ -233,45 +210,44 @@ TEST_F(OrvidAutomationPipelineTest, RefusesBeforeAnyWorkWhenAutomationCannotRun)
   struct Case {
     std::string name;
     std::vector<PCMFrame> audio;
-    AIAutomationConfiguration configuration;
+    std::function<void(AIAutomationConfiguration&)> change;
     CUADriverReadiness readiness;
     OrvidError expected;
-    int statusCalls;
   };
-  AIAutomationConfiguration disabled = automationConfiguration();
-  disabled.computerUseEnabled = false;
-  AIAutomationConfiguration blankProvider = automationConfiguration();
-  blankProvider.automationModel->providerID = " \n";
-  AIAutomationConfiguration noModel = automationConfiguration();
-  noModel.automationModel.reset();
+  const auto unchanged = [](AIAutomationConfiguration&) {};
   const std::vector<Case> cases = {
-      {"empty audio", {}, automationConfiguration(), CUADriverReadiness::notInstalled, OrvidError::emptyAudio(), 0},
-      {"disabled", someAudio(), disabled, CUADriverReadiness::ready, OrvidError::missingAutomationModel(), 0},
-      {"blank provider", someAudio(), blankProvider, CUADriverReadiness::ready, OrvidError::missingAutomationModel(),
-       0},
-      {"no model", someAudio(), noModel, CUADriverReadiness::ready, OrvidError::missingAutomationModel(), 0},
-      {"not on path", someAudio(), automationConfiguration(), CUADriverReadiness::installedNotOnPath,
-       OrvidError::cuaDriverNotReady(CUADriverReadiness::installedNotOnPath), 1},
-      {"permissions", someAudio(), automationConfiguration(), CUADriverReadiness::permissionsMissing,
-       OrvidError::cuaDriverNotReady(CUADriverReadiness::permissionsMissing), 1},
+      {"empty audio", {}, unchanged, CUADriverReadiness::notInstalled, OrvidError::emptyAudio()},
+      {"disabled", someAudio(), [](auto& c) { c.computerUseEnabled = false; }, CUADriverReadiness::ready,
+       OrvidError::missingAutomationModel()},
+      {"blank provider", someAudio(), [](auto& c) { c.automationModel->providerID = " \n"; },
+       CUADriverReadiness::ready, OrvidError::missingAutomationModel()},
+      {"no model", someAudio(), [](auto& c) { c.automationModel.reset(); }, CUADriverReadiness::ready,
+       OrvidError::missingAutomationModel()},
+      {"not on path", someAudio(), unchanged, CUADriverReadiness::installedNotOnPath,
+       OrvidError::cuaDriverNotReady(CUADriverReadiness::installedNotOnPath)},
   };
   auto pipeline = makePipeline(true);
   for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
     driver_->statusCalls = 0;
     driver_->readiness = c.readiness;
+    AIAutomationConfiguration configuration = automationConfiguration();
+    c.change(configuration);
     try {
-      pipeline->prepareAutomation(c.audio, cleanup_, prompt_, provider_, providerConfiguration_, c.configuration);
-      ADD_FAILURE() << c.name << ": no error";
+      pipeline->prepareAutomation(c.audio, {}, prompt_, provider_, providerConfiguration_, configuration);
+      ADD_FAILURE() << "no error";
     } catch (const OrvidError& error) {
-      EXPECT_EQ(error, c.expected) << c.name;
+      EXPECT_EQ(error, c.expected);
     }
-    EXPECT_EQ(driver_->statusCalls, c.statusCalls) << c.name;
-    EXPECT_EQ(pipeline->currentState(), OrvidExecutionState::idle()) << c.name;
+    // The driver is asked only once the request itself could run.
+    EXPECT_EQ(driver_->statusCalls, c.expected.errorCase() == OrvidError::Case::cuaDriverNotReady ? 1 : 0);
+    EXPECT_EQ(pipeline->currentState(), OrvidExecutionState::idle());
   }
   EXPECT_TRUE(transcriber_->requests.empty());
 
   // Browser use alone enables automation; a running daemon is good enough.
-  AIAutomationConfiguration browserOnly = disabled;
+  AIAutomationConfiguration browserOnly = automationConfiguration();
+  browserOnly.computerUseEnabled = false;
   browserOnly.browserUseEnabled = true;
   driver_->readiness = CUADriverReadiness::daemonRunning;
   EXPECT_NO_THROW(prepare(*pipeline, browserOnly));
@@ -296,20 +272,18 @@ TEST_F(OrvidAutomationPipelineTest, LaterFailuresFailTheCoordinatorWithTheRedact
     std::function<void()> arrange;
     std::string thrown;
     std::string shown;
-    std::size_t rewrites;
   };
+  const std::string empty = OrvidError::emptyAudio().what();
   const std::vector<Case> cases = {
-      {"transcription", [&] { transcriber_->error = error; }, secret, redacted, 0},
-      {"rewrite", [&] { rewriter_->error = error; }, secret, redacted, 1},
-      {"a transcript that cleans to nothing", [&] { transcriber_->result.text = " \u200B \n\t "; },
-       OrvidError::emptyAudio().what(), OrvidError::emptyAudio().what(), 0},
+      {"transcription", [&] { transcriber_->error = error; }, secret, redacted},
+      {"rewrite", [&] { rewriter_->error = error; }, secret, redacted},
+      {"a transcript that cleans to nothing", [&] { transcriber_->result.text = " \u200B \n\t "; }, empty, empty},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     transcriber_->error = rewriter_->error = nullptr;
     transcriber_->result.text = "open notes";
     rewriter_->rewrittenText = "x";
-    rewriter_->calls.clear();
     c.arrange();
     auto pipeline = makePipeline(true);
     try {
@@ -318,39 +292,45 @@ TEST_F(OrvidAutomationPipelineTest, LaterFailuresFailTheCoordinatorWithTheRedact
     } catch (const std::exception& thrown) {
       EXPECT_EQ(std::string(thrown.what()), c.thrown);
     }
-    const OrvidExecutionState state = pipeline->currentState();
-    EXPECT_EQ(state.stage.kind, VoiceCaptureStage::Kind::failed);
-    EXPECT_EQ(state.errorMessage, c.shown);
+    EXPECT_EQ(pipeline->currentState().stage.kind, VoiceCaptureStage::Kind::failed);
+    EXPECT_EQ(pipeline->currentState().errorMessage, c.shown);
     EXPECT_EQ(coordinator_->activeRequestID(), std::nullopt);
     EXPECT_EQ(pipeline->pendingProposal(), std::nullopt);
-    EXPECT_EQ(rewriter_->calls.size(), c.rewrites);
   }
 }
 
 TEST_F(OrvidAutomationPipelineTest, TitlesTheTaskByTheConfiguredMethodAndClampsTheMinimumConfidence) {
-  rewriter_->rewrittenText = R"({"title": "Empty the trash", "command": "rm -rf ~/.Trash/*"})";
-  AIAutomationConfiguration script = automationConfiguration();
-  script.method = AIAutomationMethod::script;
-  script.minimumTranscriptionConfidence = 1.7;
-  script.requiresConfirmation = false;
+  struct Case {
+    AIAutomationMethod method;
+    std::string rewrittenText;
+    double minimum;
+    std::optional<double> confidence;
+    bool requiresConfirmation;
+    std::string title;
+    double clampedMinimum;
+  };
+  const std::vector<Case> cases = {
+      {AIAutomationMethod::script, R"({"title": "Empty the trash", "command": "rm -rf ~/.Trash/*"})", 1.7, 0.8,
+       false, "Empty the trash", 1.0},
+      {AIAutomationMethod::computerUse, "# Open Safari\nthen search for weather", -0.3, std::nullopt, true,
+       "Open Safari", 0.0},
+  };
   auto pipeline = makePipeline(true);
-  OrvidAutomationProposal proposal = prepare(*pipeline, script);
-  EXPECT_EQ(proposal.method, AIAutomationMethod::computerUse);
-  EXPECT_EQ(proposal.taskTitle, "Empty the trash");
-  EXPECT_EQ(proposal.minimumTranscriptionConfidence, 1.0);
-  EXPECT_FALSE(proposal.requiresConfirmation);
-  EXPECT_TRUE(proposal.requiresLowConfidenceConfirmation());
-  pipeline->cancelAutomation(proposal.requestID);
-
-  rewriter_->rewrittenText = "# Open Safari\nthen search for weather";
-  AIAutomationConfiguration computer = automationConfiguration();
-  computer.minimumTranscriptionConfidence = -0.3;
-  transcriber_->result.confidence.reset();
-  proposal = prepare(*pipeline, computer);
-  EXPECT_EQ(proposal.taskTitle, "Open Safari");
-  EXPECT_EQ(proposal.minimumTranscriptionConfidence, 0.0);
-  EXPECT_EQ(proposal.transcriptionConfidence, std::nullopt);
-  EXPECT_FALSE(proposal.lowConfidenceWarning());
+  for (const Case& c : cases) {
+    rewriter_->rewrittenText = c.rewrittenText;
+    transcriber_->result.confidence = c.confidence;
+    AIAutomationConfiguration configuration = automationConfiguration();
+    configuration.method = c.method;
+    configuration.minimumTranscriptionConfidence = c.minimum;
+    configuration.requiresConfirmation = c.requiresConfirmation;
+    OrvidAutomationProposal proposal = prepare(*pipeline, configuration);
+    EXPECT_EQ(proposal.method, AIAutomationMethod::computerUse);
+    EXPECT_EQ(proposal.taskTitle, c.title);
+    EXPECT_EQ(proposal.minimumTranscriptionConfidence, c.clampedMinimum);
+    EXPECT_EQ(proposal.transcriptionConfidence, c.confidence);
+    EXPECT_EQ(proposal.requiresConfirmation, c.requiresConfirmation);
+    pipeline->cancelAutomation(proposal.requestID);
+  }
 }
 
 TEST_F(OrvidAutomationPipelineTest, ConvertsTheInstructionToTheUsersChineseScript) {
@@ -360,8 +340,7 @@ TEST_F(OrvidAutomationPipelineTest, ConvertsTheInstructionToTheUsersChineseScrip
   transcriber_->result.text = "打开浏览器";
   rewriter_->rewrittenText = "打开软件";
   auto pipeline = makePipeline(true);
-  OrvidAutomationProposal proposal = prepare(*pipeline);
-  EXPECT_EQ(proposal.proposedInstruction, "打開軟件");
+  EXPECT_EQ(prepare(*pipeline).proposedInstruction, "打開軟件");
   EXPECT_EQ(pipeline->currentState().proposedText, "打開軟件");
 }
 
@@ -389,11 +368,10 @@ TEST_F(OrvidAutomationPipelineTest, ADriverErrorFailsTheRequestWithTheRedactedMe
   OrvidAutomationProposal proposal = prepare(*pipeline);
   driver_->error = std::make_exception_ptr(std::runtime_error("driver said api_key=abc123"));
   EXPECT_THROW(pipeline->confirmAutomation(proposal.requestID, 30), std::runtime_error);
-  OrvidExecutionState state = pipeline->currentState();
-  EXPECT_EQ(state.stage, VoiceCaptureStage::failed(proposal.requestID, "driver said api_key=[REDACTED]"));
-  EXPECT_EQ(state.errorMessage, "driver said api_key=[REDACTED]");
+  EXPECT_EQ(pipeline->currentState().stage,
+            VoiceCaptureStage::failed(proposal.requestID, "driver said api_key=[REDACTED]"));
+  EXPECT_EQ(pipeline->currentState().errorMessage, "driver said api_key=[REDACTED]");
   EXPECT_EQ(pipeline->pendingProposal(), std::nullopt);
-  ASSERT_EQ(driver_->runs.size(), 1u);
 }
 
 TEST_F(OrvidAutomationPipelineTest, CancellingDropsTheProposalStopsTheDriverAndIdlesTheCoordinator) {
@@ -405,7 +383,6 @@ TEST_F(OrvidAutomationPipelineTest, CancellingDropsTheProposalStopsTheDriverAndI
   EXPECT_EQ(driver_->cancelled, std::vector<UUID>{other});
   EXPECT_EQ(pipeline->currentState(), OrvidExecutionState::idle());
   EXPECT_THROW(pipeline->confirmAutomation(proposal.requestID, 30), OrvidError);
-
   // After cancelling, a new request can be prepared.
   OrvidAutomationProposal next = prepare(*pipeline);
   EXPECT_NE(next.requestID, proposal.requestID);
@@ -429,38 +406,6 @@ TEST(PromptPostProcessorAdapterTest, ForwardsTheArgumentsAndTheStopToken) {
   PromptPostProcessorAdapter<StoppableProcessor> adapter(StoppableProcessor{});
   EXPECT_EQ(adapter.process("hi", {}, {}, {}, "gpt", stopped.get_token())->text, "hi|gpt|stopped");
   EXPECT_EQ(adapter.process("hi", {}, {}, {}, std::nullopt)->text, "hi|-");
-}
-
-// A language model that answers every request with the same reply.
-class FixedReplyChatClient : public ChatCompletionClient {
- public:
-  ChatCompletionResult complete(const ChatCompletionRequest& request, const AIProviderDescriptor&,
-                                const AIProviderConfiguration&, std::stop_token) override {
-    requests.push_back(request);
-    ChatCompletionResult result;
-    result.content = reply;
-    return result;
-  }
-
-  std::string reply;
-  std::vector<ChatCompletionRequest> requests;
-};
-
-TEST_F(OrvidAutomationPipelineTest, RewritesThroughThePromptPostProcessor) {
-  auto chat = std::make_shared<FixedReplyChatClient>();
-  chat->reply = "<output>\nOpen Notes and type hello\n</output> thanks";
-  auto processor =
-      std::make_shared<PromptPostProcessorAdapter<PromptPostProcessor>>(PromptPostProcessor(chat));
-  OrvidAutomationPipeline::Environment environment;
-  environment.settings = &settings_;
-  OrvidAutomationPipeline pipeline(coordinator_, transcriber_, TranscriptCleanupEngine(settings_), processor, driver_,
-                                   environment);
-  OrvidAutomationProposal proposal = prepare(pipeline);
-  EXPECT_EQ(proposal.proposedInstruction, "Open Notes and type hello");
-  ASSERT_EQ(chat->requests.size(), 1u);
-  EXPECT_EQ(chat->requests[0].modelID, "gpt-4o");
-  EXPECT_EQ(chat->requests[0].userText, "open notes and write hello");
-  EXPECT_TRUE(proposal.promptDurationMilliseconds.has_value());
 }
 
 }  // namespace

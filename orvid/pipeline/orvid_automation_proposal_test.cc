@@ -38,15 +38,12 @@ TEST(OrvidAutomationProposalTest, WarnsAboutLowConfidenceWithRoundedPercentages)
       // Half a percent rounds away from zero.
       {0.125, 0.5,
        "Low transcription confidence: 13% is below the 50% threshold. Confirm only if the request is correct."},
-      {0.0, 0.005,
-       "Low transcription confidence: 0% is below the 1% threshold. Confirm only if the request is correct."},
       // A decoded proposal may hold any number: printed whole, never converted out of range.
       {-0.004, 1e20,
        "Low transcription confidence: 0% is below the 10000000000000000000000% threshold. Confirm only if the "
        "request is correct."},
       {0.55, 0.55, std::nullopt},
       {std::nullopt, 0.55, std::nullopt},
-      {0.0, 0.0, std::nullopt},
   };
   for (const Case& c : cases) {
     OrvidAutomationProposal value = proposal(AIAutomationMethod::computerUse, "x");
@@ -91,12 +88,12 @@ TEST(OrvidAutomationProposalTest, ConfirmationTextDependsOnTheMethodAndTheInstru
       {AIAutomationMethod::computerUse, R"({"summary": " ", "calls": [{"tool": "click"}, {"tool": "type"}]})",
        "Run 2 Computer Use actions."},
       {AIAutomationMethod::computerUse, R"({"summary": 5, "calls": [{}]})", "Run 1 Computer Use action."},
+      // Anything but a JSON object with a summary or calls is shown as it is.
       {AIAutomationMethod::computerUse, R"({"calls": []})", R"({"calls": []})"},
       {AIAutomationMethod::computerUse, R"(["summary"])", R"(["summary"])"},
       {AIAutomationMethod::computerUse, "Open Safari {", "Open Safari {"},
       {AIAutomationMethod::script, scriptJSON, "Tidy Downloads"},
       {AIAutomationMethod::script, "no script here", "no script here"},
-      {AIAutomationMethod::browserUse, R"({"summary": "Search"})", R"({"summary": "Search"})"},
       {AIAutomationMethod::automatic, scriptJSON, scriptJSON},
   };
   for (const Case& c : cases) {
