@@ -59,7 +59,6 @@ TEST(PCM16ResamplerTest, InterpolatesLinearlyRoundingHalfAwayFromZeroAndHoldsThe
       {"extremes", {-32768, 32767}, 8000, 16000, {-32768, -1, 32767, 32767}},
       // round(1 / 3) is 0, but the output keeps at least one sample.
       {"single sample downsampled", {1234}, 48000, 16000, {1234}},
-      {"single sample upsampled", {-5}, 8000, 24000, {-5, -5, -5}},
       // round(2.5) is 3 samples at positions 0, 1.6 and 3.2.
       {"downsample to 5/8", {0, 100, 200, 300}, 16000, 10000, {0, 160, 300}},
   };
@@ -80,7 +79,6 @@ TEST(PCM16ResamplerTest, ReturnsFramesItCannotOrNeedNotResampleUnchanged) {
   const std::vector<Case> cases = {
       {"stereo", {samples, 48000, 2, 3}, 16000},
       {"rate 0", {samples, 0, 1, 6}, 16000},
-      {"negative rate", {samples, -48000, 1, 6}, 16000},
       {"target equals source", {samples, 16000, 1, 6}, 16000},
       {"target 0", {samples, 16000, 1, 6}, 0},
       {"infinite target", {samples, 16000, 1, 6}, std::numeric_limits<double>::infinity()},
