@@ -23,21 +23,15 @@ TEST(AIProviderURLBuilderTest, EndpointJoinsBaseAndPathWithExactlyOneSlash) {
       {"  https://api.example.com/v1///\n", "  models  ", "https://api.example.com/v1/models"},
       {"https://api.example.com", "v2/models", "https://api.example.com/v2/models"},
       {"https://proxy.example.com/v1?team=7", "models", "https://proxy.example.com/v1/models?team=7"},
-      // Further leading "/" never double the separator.
-      {"https://api.example.com/v1", "//models", "https://api.example.com/v1/models"},
+      // Further leading "/" never double the separator; blank parts give no address.
       {"https://api.example.com/v1/", "///models/", "https://api.example.com/v1/models/"},
       {"https://api.example.com/v1", "", std::nullopt},
-      {"https://api.example.com/v1", " \t\n", std::nullopt},
       {"https://api.example.com/v1", std::nullopt, std::nullopt},
       {"", "models", std::nullopt},
-      {"///", "models", std::nullopt},
       {"not a url", "models", std::nullopt},
-      {"https://", "models", std::nullopt},
-      // Unicode white space and line ends count as blank too (no-break space,
-      // ideographic space, line separator).
+      // Unicode white space counts as blank too (no-break, ideographic, line separator).
       {"\u00a0https://api.example.com/v1/\u3000", "\u2028models\u00a0", "https://api.example.com/v1/models"},
       {"https://api.example.com/v1", "\u00a0\u2029", std::nullopt},
-      {"\u3000\r\n", "models", std::nullopt},
       // Inner separators stay; other characters are escaped as path text.
       {"https://api.example.com/v1", "my models", "https://api.example.com/v1/my%20models"},
       {"https://user:pw@api.example.com/v1/#top", "models", "https://user:pw@api.example.com/v1/models#top"},
@@ -57,24 +51,15 @@ TEST(AIProviderURLBuilderTest, ChatEndpointNeverDoublesTheChatPath) {
   const Case cases[] = {
       {"https://api.example.com/v1", "chat/completions", "https://api.example.com/v1/chat/completions"},
       {"https://api.example.com/v1/", "/chat/completions", "https://api.example.com/v1/chat/completions"},
-      {"https://api.example.com/v1/chat/completions/", "chat/completions",
-       "https://api.example.com/v1/chat/completions"},
       {"https://api.example.com/v1/chat", "chat/completions", "https://api.example.com/v1/chat/completions"},
-      {"https://api.example.com/v1/CHAT/Completions", "chat/completions",
-       "https://api.example.com/v1/chat/completions"},
       {"https://api.anthropic.com/v1/Messages", "messages", "https://api.anthropic.com/v1/messages"},
       {"https://api.anthropic.com/v1/messages//", "messages", "https://api.anthropic.com/v1/messages"},
       {"https://gw.example.com:8443/openai/v1/chat/completions?api-version=2", "chat/completions",
        "https://gw.example.com:8443/openai/v1/chat/completions?api-version=2"},
-      {"http://[::1]:1234/v1/chat/completions/?x=1", "chat/completions", "http://[::1]:1234/v1/chat/completions?x=1"},
-      {"https://me:pw@gw.example.com:8443/v1/messages#frag", "messages",
-       "https://me:pw@gw.example.com:8443/v1/messages#frag"},
       // A path that merely contains "chat" is left alone.
       {"https://api.example.com/chatbots/v1", "chat/completions",
        "https://api.example.com/chatbots/v1/chat/completions"},
       {"https://api.example.com/v1/chat/completions", "  ", "https://api.example.com/v1"},
-      {"https://api.example.com/chat", "chat/completions", "https://api.example.com/chat/completions"},
-      {"https://api.example.com/", "\u00a0chat/completions\n", "https://api.example.com/chat/completions"},
       // Only a trailing chat path is removed, once.
       {"https://api.example.com/chat/completions/chat/completions", "chat/completions",
        "https://api.example.com/chat/completions/chat/completions"},

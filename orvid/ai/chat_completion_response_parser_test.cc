@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "orvid/ai/orvid_provider_error.h"
+#include "orvid/testing/thrown.h"
 
 namespace orvid {
 namespace {
@@ -23,7 +24,6 @@ TEST(ChatCompletionResponseParserTest, ReadsTheContentOfEachShape) {
       {R"({"choices":[{"text":"legacy"}],"content":"top"})", "top"},
       // "choices" that are not all objects are not the OpenAI shape.
       {R"({"choices":[{"message":{"content":"x"}},"junk"],"content":"fallback"})", "fallback"},
-      {R"({"choices":[],"content":[{"text":"from blocks"}]})", "from blocks"},
   };
   for (const Case& c : cases) {
     EXPECT_EQ(parseText(c.body).content, c.content) << c.body;
@@ -37,12 +37,8 @@ TEST(ChatCompletionResponseParserTest, RejectsAnswersWithoutUsableContent) {
                            R"([{"content":"in an array"}])", R"("text")", "not json", "",
                            R"({"choices":[], "api_key": "sk-live-SECRET123)", "1e400",
                            R"({"content":"ok","usage":{"prompt_tokens":1e400}})"}) {
-    try {
-      parseText(body);
-      FAIL() << "accepted " << body;
-    } catch (const OrvidProviderError& error) {
-      EXPECT_EQ(error, OrvidProviderError::invalidResponse()) << body;
-    }
+    EXPECT_EQ(testing::thrown<OrvidProviderError>([&] { parseText(body); }), OrvidProviderError::invalidResponse())
+        << body;
   }
 }
 
@@ -57,7 +53,6 @@ TEST(ChatCompletionResponseParserTest, ReadsTokenCountsFromEitherNaming) {
       {R"({"input_tokens":3,"output_tokens":5})", 3, 5},
       {R"({"prompt_tokens":7,"input_tokens":3,"output_tokens":5})", 7, 5},
       {R"({"prompt_tokens":"7","input_tokens":2.0,"completion_tokens":1.5})", 2, std::nullopt},
-      {R"({})", std::nullopt, std::nullopt},
       {R"("usage")", std::nullopt, std::nullopt},
   };
   for (const Case& c : cases) {

@@ -19,6 +19,7 @@
 #include "orvid/ai/file_orvid_credential_store.h"
 #include "orvid/platform/temporary_directory.h"
 #include "orvid/testing/scoped_environment_variable.h"
+#include "orvid/testing/thrown.h"
 
 namespace orvid {
 namespace {
@@ -28,13 +29,7 @@ namespace fs = std::filesystem;
 // Quotes `text` for /bin/sh.
 std::string shellQuoted(const std::string& text) {
   std::string quoted = "'";
-  for (char c : text) {
-    if (c == '\'') {
-      quoted += "'\\''";
-    } else {
-      quoted += c;
-    }
-  }
+  for (char c : text) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
   return quoted + "'";
 }
 
@@ -141,13 +136,10 @@ TEST(FileOrvidCredentialStoreTest, DamagedFilesFailWithoutQuotingTheirContents) 
   };
   for (const auto& testCase : cases) {
     std::ofstream(file, std::ios::trunc) << testCase.contents;
-    try {
-      store.readCredential("provider.a.api-key");
-      ADD_FAILURE() << "no error for " << testCase.contents;
-    } catch (const OrvidCredentialStoreError& error) {
-      EXPECT_EQ(error.errorCase(), testCase.errorCase) << testCase.contents;
-      EXPECT_EQ(std::string(error.what()).find("sk-leak"), std::string::npos) << error.what();
-    }
+    auto error = testing::thrown<OrvidCredentialStoreError>([&] { store.readCredential("provider.a.api-key"); });
+    ASSERT_TRUE(error) << testCase.contents;
+    EXPECT_EQ(error->errorCase(), testCase.errorCase) << testCase.contents;
+    EXPECT_EQ(std::string(error->what()).find("sk-leak"), std::string::npos) << error->what();
     // A damaged file is never overwritten by a write.
     EXPECT_THROW(store.writeCredential("new", "provider.b.api-key"), OrvidCredentialStoreError);
     EXPECT_EQ(readFile(file), testCase.contents);
