@@ -388,14 +388,15 @@ CurlOrvidHTTPClient::CurlOrvidHTTPClient() : impl_(std::make_unique<Impl>()) {
 CurlOrvidHTTPClient::~CurlOrvidHTTPClient() { curl_share_cleanup(impl_->share); }
 
 OrvidHTTPResponse CurlOrvidHTTPClient::data(const OrvidHTTPRequest& request, std::stop_token stop) {
-  OrvidHTTPRequest hop = request;
+  std::optional<OrvidHTTPRequest> followed;  // the request a redirect leads to; copied only then
   for (int redirects = 0;; ++redirects) {
+    const OrvidHTTPRequest& hop = followed ? *followed : request;
     Hop result = impl_->perform(hop, stop);
     if (!isFollowedRedirect(result.response.statusCode) || !result.location) return std::move(result.response);
     if (redirects == maximumRedirects) {
       throw OrvidHTTPError::transportFailed("more than " + std::to_string(maximumRedirects) + " redirects");
     }
-    hop = redirected(hop, result.response.statusCode, *result.location);
+    followed = redirected(hop, result.response.statusCode, *result.location);
   }
 }
 
