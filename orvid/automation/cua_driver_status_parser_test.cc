@@ -54,8 +54,6 @@ TEST(CUADriverStatusParserTest, ReadsTheDoctorReport) {
       {R"({"daemon": "Stopped", "error": "api_key=xyz123", "binary_path": "/a", "path": "/b"})", {},
        makeStatus(Readiness::daemonStopped, {}, "/a", "Stopped", Permission::unknown, Permission::unknown,
                   "api_key=[REDACTED]")},
-      {R"({"ready": "no", "accessibility": "missing", "error": "broken"})", "/given",
-       makeStatus(Readiness::permissionsMissing, {}, "/given", {}, Permission::missing, Permission::unknown, "broken")},
       // Top-level permissions win over the "permissions" object; unclear words are unknown.
       {R"({"accessibility": "granted", "screen_recording": "pending",
            "permissions": {"accessibility": "denied", "screenRecording": "denied"}})",

@@ -126,8 +126,6 @@ TEST_F(ProcessCUADriverClientTest, StatusReadsTheDoctorReportOrElseTheStatusText
        CUADriverReadiness::daemonRunning, "1.2.3-beta", "running", std::nullopt},
       {std::nullopt, "  cua-driver 0.9.1\n", "daemon stopped", "", CUADriverReadiness::daemonStopped,
        "cua-driver 0.9.1", "stopped", std::nullopt},
-      {"[]", std::nullopt, "", "sh: command not found", CUADriverReadiness::notInstalled, "", std::nullopt,
-       std::nullopt},
       {"", "1.0\n", "weird", "Authorization: Bearer sk-status-1", CUADriverReadiness::error, "1.0", std::nullopt,
        "weird\nAuthorization: Bearer [REDACTED]"},
   };
