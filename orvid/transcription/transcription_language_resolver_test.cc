@@ -20,18 +20,15 @@ TEST(TranscriptionLanguageResolverTest, PicksTheValueToShowForEveryKindOfRequest
   const Row rows[] = {
       {"zh-Hant", {"auto", "zh", "en"}, "zh"},
       {"fr", {"auto", "zh", "en"}, "auto"},
-      {"en", {"auto", "zh", "en"}, "en"},
       {"EN", {"en", "de"}, "en"},
       {std::nullopt, {"auto", "de"}, "auto"},
       {std::nullopt, {"de", "en"}, "de"},
       {"", {"de", "en"}, "de"},
-      {"auto", {"auto"}, "auto"},
       {"zh-Hans", {"en", "zh-Hant", "zh-Hans"}, "zh-Hans"},
       {"zh-Hans", {"en", "zh-Hant"}, "zh-Hant"},
       {"zh-Hant", {"zh-Hans", "en"}, "zh-Hans"},
       {"zh-Hant", {"en", "de"}, "en"},
       {"de", {}, "auto"},
-      {std::nullopt, {}, "auto"},
   };
   for (const auto& row : rows) {
     EXPECT_EQ(TranscriptionLanguageResolver::language(row.requested, providerSupporting(row.supported)), row.expected)

@@ -74,11 +74,9 @@ TEST(TranscriptionPromptLibraryTest, SelectedIdentifierIsTranslatedAndCheckedAga
   };
   const Row rows[] = {
       {"improve", "default_improve"},
-      {"translate", "default_translate"},
       {"default_improve", "default_improve"},
       {"custom-1", "custom-1"},
       {"Custom-1", fallback},
-      {"restructure", fallback},
       {"correct", fallback},
       {"", fallback},
       {std::nullopt, fallback},

@@ -8,6 +8,7 @@
 #include "orvid/platform/cancellation.h"
 #include "orvid/platform/curl_orvid_http_client.h"
 #include "orvid/testing/loopback_cloud_services.h"
+#include "orvid/testing/thrown.h"
 #include "orvid/transcription/cloud_batch/cloud_batch_transcription_provider.h"
 
 namespace orvid {
@@ -69,12 +70,9 @@ TEST_F(CloudBatchLoopbackTest, UploadsTheRecordingWithPromptLanguageAndTemperatu
       {"non-text option falls back to the hint", {{"prompt", Option::number(3)}}, " spaced hint ", "", " spaced hint ",
        std::nullopt},
       {"neither prompt nor hint", {}, std::nullopt, std::nullopt, std::nullopt, std::nullopt},
-      {"empty hint", {}, "", std::nullopt, std::nullopt, std::nullopt},
       {"number temperature", {{"temperature", Option::number(0)}}, std::nullopt, std::nullopt, std::nullopt, "0.0"},
       {"text temperature is ignored", {{"temperature", Option::text("0.5")}}, std::nullopt, std::nullopt, std::nullopt,
        std::nullopt},
-      {"Boolean temperature is ignored", {{"temperature", Option::boolean(true)}}, std::nullopt, std::nullopt,
-       std::nullopt, std::nullopt},
   };
   auto openAI = provider("sk-loopback-e2e-key");
   for (std::size_t i = 0; i < std::size(cases); ++i) {
@@ -140,46 +138,34 @@ TEST_F(CloudBatchLoopbackTest, ServiceRefusalsBecomeRedactedProviderErrors) {
        "ASR request failed with HTTP 401: {\"error\":\"rejected Authorization: Bearer [REDACTED]\"}"},
       {"rate limited", LoopbackScenario::rateLimited, "sk-loopback-e2e-key", "", "en",
        "ASR request failed with HTTP 429: "},
-      {"server error", LoopbackScenario::serverError, "sk-loopback-e2e-key", "", "en",
-       "ASR request failed with HTTP 500: "},
       {"bad language", LoopbackScenario::answer, "sk-loopback-e2e-key", "", "English",
        "ASR request failed with HTTP 400: "},
   };
   for (const Case& c : cases) {
     service.setScenario(c.scenario);
     auto openAI = provider(c.key, c.baseURL);
-    try {
-      openAI.transcribe(recording(c.language));
-      ADD_FAILURE() << c.name << ": no error";
-    } catch (const OrvidProviderError& error) {
-      EXPECT_EQ(error.errorCase(), OrvidProviderError::Case::unsupportedProvider) << c.name;
-      EXPECT_TRUE(error.payload().starts_with(c.fragment)) << c.name << ": " << error.payload();
-      EXPECT_EQ(error.payload().find(c.key), std::string::npos) << c.name << ": " << error.payload();
-    }
+    auto error = testing::thrown<OrvidProviderError>([&] { openAI.transcribe(recording(c.language)); });
+    ASSERT_TRUE(error) << c.name;
+    EXPECT_EQ(error->errorCase(), OrvidProviderError::Case::unsupportedProvider) << c.name;
+    EXPECT_TRUE(error->payload().starts_with(c.fragment)) << c.name << ": " << error->payload();
+    EXPECT_EQ(error->payload().find(c.key), std::string::npos) << c.name << ": " << error->payload();
   }
   auto received = server.requests();
   ASSERT_EQ(received.size(), cases.size());
-  EXPECT_EQ(received[2].path, "/v1/audio/transcriptions");
+  EXPECT_EQ(received[0].path, "/v1/audio/transcriptions");
 }
 
-TEST_F(CloudBatchLoopbackTest, ADroppedConnectionIsATransportError) {
+TEST_F(CloudBatchLoopbackTest, ADroppedConnectionIsATransportErrorAndAStoppedSlowUploadEndsPromptly) {
+  auto openAI = provider("sk-loopback-e2e-key");
   service.setScenario(LoopbackScenario::dropConnection);
-  auto openAI = provider("sk-loopback-e2e-key");
-  try {
-    openAI.transcribe(recording());
-    FAIL() << "a dropped connection gave a transcript";
-  } catch (const OrvidHTTPError& error) {
-    EXPECT_EQ(error.errorCase(), OrvidHTTPError::Case::networkConnectionLost) << error.what();
-  }
-}
+  EXPECT_EQ(testing::thrownCase<OrvidHTTPError>([&] { openAI.transcribe(recording()); }),
+            OrvidHTTPError::Case::networkConnectionLost);
 
-TEST_F(CloudBatchLoopbackTest, StoppingASlowUploadEndsItPromptly) {
   service.setScenario(LoopbackScenario::slowAnswer);
-  auto openAI = provider("sk-loopback-e2e-key");
   std::stop_source source;
   auto started = std::chrono::steady_clock::now();
   auto pending = std::async(std::launch::async, [&] { return openAI.transcribe(recording(), source.get_token()); });
-  ASSERT_TRUE(server.waitForRequests(1, 10s));
+  ASSERT_TRUE(server.waitForRequests(2, 10s));
   source.request_stop();
   ASSERT_EQ(pending.wait_for(5s), std::future_status::ready);
   EXPECT_THROW(pending.get(), CancellationError);

@@ -6,10 +6,13 @@
 #include "orvid/core/orvid_error.h"
 #include "orvid/platform/cancellation.h"
 #include "orvid/platform/in_memory_orvid_http_client.h"
+#include "orvid/testing/thrown.h"
 #include "orvid/transcription/cloud_batch/openai_compatible_batch_transcription_provider.h"
 
 namespace orvid {
 namespace {
+
+using testing::thrown;
 
 URL url(const char* text) { return URL::parse(text).value(); }
 
@@ -21,16 +24,6 @@ TranscriptionRequest recording(std::optional<std::string> language = std::nullop
   request.languageRoute.providerLanguage = std::move(language);
   request.languageRoute.effectivePostProcessingLanguage = "de";
   return request;
-}
-
-template <typename Error, typename Call>
-Error errorOf(Call call) {
-  try {
-    call();
-  } catch (const Error& error) {
-    return error;
-  }
-  throw std::runtime_error("the expected error was not thrown");
 }
 
 class CloudBatchTranscriptionProviderTest : public ::testing::Test {
@@ -76,14 +69,13 @@ TEST_F(CloudBatchTranscriptionProviderTest, FailedStatusesCarryTheRedactedBody) 
       {401, bytesFromString(R"({"error":"bad key","echo":"Authorization: Bearer gsk-secret.part2"})"),
        R"(ASR request failed with HTTP 401: {"error":"bad key","echo":"Authorization: Bearer [REDACTED]"})"},
       {500, Bytes{0xFF, 0xFE, 'o', 'k'}, "ASR request failed with HTTP 500: "},
-      {302, bytesFromString("moved"), "ASR request failed with HTTP 302: moved"},
       {199, Bytes{}, "ASR request failed with HTTP 199: "},
   };
   for (const Case& c : cases) {
     auto groq = provider(InMemoryOrvidHTTPClient::answering(c.status, c.body));
-    auto error = errorOf<OrvidProviderError>([&] { groq.transcribe(recording()); });
-    EXPECT_EQ(error, OrvidProviderError::unsupportedProvider(c.message)) << c.status;
-    EXPECT_EQ(std::string(error.what()).find("gsk-secret"), std::string::npos);
+    EXPECT_EQ(thrown<OrvidProviderError>([&] { groq.transcribe(recording()); }),
+              OrvidProviderError::unsupportedProvider(c.message))
+        << c.status;
   }
   EXPECT_EQ(provider(answering(299, "edge of success")).transcribe(recording()).text, "edge of success");
 }
@@ -97,7 +89,7 @@ TEST_F(CloudBatchTranscriptionProviderTest, EmptyAudioFailsBeforeAnythingElse) {
     auto any = provider(http, api);
     TranscriptionRequest empty = recording();
     empty.audioFrames.clear();
-    EXPECT_EQ(errorOf<OrvidError>([&] { any.transcribe(empty, stopped.get_token()); }), OrvidError::emptyAudio())
+    EXPECT_EQ(thrown<OrvidError>([&] { any.transcribe(empty, stopped.get_token()); }), OrvidError::emptyAudio())
         << rawValue(api);
   }
   EXPECT_TRUE(http->requests().empty());
@@ -107,10 +99,11 @@ TEST_F(CloudBatchTranscriptionProviderTest, ServicesWithoutAPathInThisBuildAndSt
   auto http = answering(200, "{}");
   for (auto api : allCloudTranscriptionProviderAPIs()) {
     if (api == CloudTranscriptionProviderAPI::openAICompatible) continue;
-    auto error = errorOf<OrvidProviderError>([&] { provider(http, api).transcribe(recording()); });
-    EXPECT_EQ(error.errorCase(), OrvidProviderError::Case::unsupportedProvider) << rawValue(api);
+    EXPECT_EQ(testing::thrownCase<OrvidProviderError>([&] { provider(http, api).transcribe(recording()); }),
+              OrvidProviderError::Case::unsupportedProvider)
+        << rawValue(api);
   }
-  EXPECT_EQ(errorOf<OrvidError>([&] { provider(http).stream(recording()); }), OrvidError::unsupportedStreaming());
+  EXPECT_EQ(thrown<OrvidError>([&] { provider(http).stream(recording()); }), OrvidError::unsupportedStreaming());
   EXPECT_TRUE(http->requests().empty());
 }
 
@@ -120,7 +113,7 @@ TEST_F(CloudBatchTranscriptionProviderTest, TransportErrorsCancellationAndMissin
         throw OrvidHTTPError::timedOut("no data for 60000 ms");
       });
   auto broken = provider(failing);
-  EXPECT_EQ(errorOf<OrvidHTTPError>([&] { broken.transcribe(recording()); }),
+  EXPECT_EQ(thrown<OrvidHTTPError>([&] { broken.transcribe(recording()); }),
             OrvidHTTPError::timedOut("no data for 60000 ms"));
   EXPECT_EQ(failing->requests().size(), 1u) << "nothing is retried";
 
@@ -131,7 +124,7 @@ TEST_F(CloudBatchTranscriptionProviderTest, TransportErrorsCancellationAndMissin
   EXPECT_THROW(groq.transcribe(recording(), stopped.get_token()), CancellationError);
 
   store->writeCredential("", "provider.groq-main.api-key");
-  EXPECT_EQ(errorOf<OrvidProviderError>([&] { groq.transcribe(recording()); }),
+  EXPECT_EQ(thrown<OrvidProviderError>([&] { groq.transcribe(recording()); }),
             OrvidProviderError::missingCredential());
   EXPECT_TRUE(http->requests().empty());
 }
@@ -143,7 +136,7 @@ TEST_F(CloudBatchTranscriptionProviderTest, OpenAICompatibleWrapperForwardsWithI
   EXPECT_EQ(wrapper.id(), "my-openai");
   EXPECT_EQ(wrapper.transcribe(recording("en")).text, "forwarded");
   EXPECT_EQ(http->requests().at(0).url.absoluteString(), "https://api.openai.com/v1/audio/transcriptions");
-  EXPECT_EQ(errorOf<OrvidError>([&] { wrapper.stream(recording()); }), OrvidError::unsupportedStreaming());
+  EXPECT_EQ(thrown<OrvidError>([&] { wrapper.stream(recording()); }), OrvidError::unsupportedStreaming());
 }
 
 }  // namespace

@@ -21,11 +21,9 @@ TEST(CloudTranscriptionResponseParserTest, FindsTheFirstUsableTextInLooselyShape
       {R"({"choices":[{"message":{"role":"assistant","content":"chat style"}}]})", "chat style"},
       // A member of another type is skipped in the first round, not an error.
       {R"({"text":5,"transcript":null,"transcription":"third"})", "third"},
-      {R"({"result_text":"last flat member","result":{"text":"nested"}})", "last flat member"},
       // Nested members are tried in their fixed order, whatever the order in the body.
       {R"({"segments":[{"text":"segment"}],"results":[{"text":"result"}]})", "result"},
       {R"({"alternatives":[{"transcript":"  "},{"transcript":"second alternative"}]})", "second alternative"},
-      {R"({"data":{"output":[[],{},["deep"]]}})", "deep"},
       {R"([{"id":1},{"utterance":"from an array"}])", "from an array"},
       {R"({"utterances":[{"text":"\u00a0\u3000你好\u2028"}]})", "你好"},
   };
@@ -34,18 +32,6 @@ TEST(CloudTranscriptionResponseParserTest, FindsTheFirstUsableTextInLooselyShape
     EXPECT_EQ(result.text, c.text) << c.body;
     EXPECT_EQ(result.language, std::nullopt) << c.body;
     EXPECT_EQ(result.confidence, std::nullopt) << c.body;
-  }
-}
-
-TEST(CloudTranscriptionResponseParserTest, TriesTheMembersInTheirFixedOrder) {
-  const std::vector<std::string> order = {"text",    "transcript", "transcription", "utterance",    "result_text",
-                                          "result",  "results",    "data",          "message",      "output",
-                                          "content", "choices",    "alternatives",  "segments",     "utterances"};
-  // Every member from the i-th on holds its own name: the i-th must win.
-  for (std::size_t first = 0; first < order.size(); ++first) {
-    nlohmann::json body = nlohmann::json::object();
-    for (std::size_t i = first; i < order.size(); ++i) body[order[i]] = order[i];
-    EXPECT_EQ(parseText(body.dump()).text, order[first]);
   }
 }
 
@@ -60,9 +46,7 @@ TEST(CloudTranscriptionResponseParserTest, AnswersWithoutKnownTextBecomeTheirOwn
       {R"({"message":{"role":"assistant"}})", R"({"message":{"role":"assistant"}})"},
       // A bare scalar is not a JSON document: its text is kept as sent, quotes included.
       {R"("quoted")", R"("quoted")"},
-      {"42", "42"},
       {"\xFF\xFE not text", ""},
-      {"", ""},
   };
   for (const Case& c : cases) EXPECT_EQ(parseText(c.body).text, c.text) << c.body;
 }
@@ -98,7 +82,6 @@ TEST(CloudTranscriptionResponseParserTest, ExtractTextIgnoresScalarsAndBlankStri
   EXPECT_EQ(CloudTranscriptionResponseParser::extractText(json("  x ")), "x");
   EXPECT_EQ(CloudTranscriptionResponseParser::extractText(json(" \n")), std::nullopt);
   EXPECT_EQ(CloudTranscriptionResponseParser::extractText(json(3.5)), std::nullopt);
-  EXPECT_EQ(CloudTranscriptionResponseParser::extractText(json(nullptr)), std::nullopt);
   EXPECT_EQ(CloudTranscriptionResponseParser::extractText(json::parse(R"({"unknown":"x"})")), std::nullopt);
 }
 

