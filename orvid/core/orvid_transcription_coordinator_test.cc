@@ -13,6 +13,8 @@
 
 #include <gtest/gtest.h>
 
+#include "orvid/testing/thrown.h"
+
 namespace orvid {
 namespace {
 
@@ -55,12 +57,7 @@ void driveTo(OrvidTranscriptionCoordinator& coordinator, Start start, const UUID
 
 // The case of the OrvidError that `operation` throws; absent when it succeeds.
 std::optional<OrvidError::Case> errorOf(const std::function<void()>& operation) {
-  try {
-    operation();
-  } catch (const OrvidError& error) {
-    return error.errorCase();
-  }
-  return std::nullopt;
+  return testing::thrownCase<OrvidError>(operation);
 }
 
 // The operations that name a request, each applied to `id`.

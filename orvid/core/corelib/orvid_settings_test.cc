@@ -62,9 +62,7 @@ TEST(OrvidSettingsPersistenceTest, SwitchesReadLikeTheMacAndOtherKindsFallBackTo
       {R"({"modelDownloadSource": "ModelScope"})", {}},
       {R"({"modelDownloadSource": 2, "useHfMirror": 1})", mirrorOnly},
       {R"({"useHfMirror": "YES"})", mirrorOnly},
-      {R"({"useHfMirror": "no"})", {}},
       {R"({"autocorrectRules": {"keep": true, "number": 1, "text": "on", "null": null}})", rules},
-      {R"({"autocorrectRules": ["keep"]})", {}},
       {R"({"inverseTextNormalizationEnabled": null})", itnOff},
   };
   for (const auto& row : rows) {

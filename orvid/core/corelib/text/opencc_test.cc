@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "orvid/platform/temporary_directory.h"
+#include "orvid/testing/thrown.h"
 
 namespace orvid {
 namespace {
@@ -55,14 +56,11 @@ TEST(OpenCCTest, MissingDictionariesThrowAnErrorNamingTheMode) {
   OpenCC converter(empty.path());
   EXPECT_EQ(converter.convert("汉字", OpenCCMode::none), "汉字");
   for (OpenCCMode mode : {OpenCCMode::s2t, OpenCCMode::s2hkFinance}) {
-    try {
-      converter.convert("汉字", mode);
-      ADD_FAILURE() << "no error for " << rawValue(mode);
-    } catch (const OpenCCError& error) {
-      EXPECT_EQ(error.errorCase(), OpenCCError::Case::configurationUnavailable);
-      EXPECT_EQ(error.mode(), mode);
-      EXPECT_NE(std::string(error.what()).find("\"" + rawValue(mode) + "\""), std::string::npos) << error.what();
-    }
+    auto error = testing::thrown<OpenCCError>([&] { converter.convert("汉字", mode); });
+    ASSERT_TRUE(error) << rawValue(mode);
+    EXPECT_EQ(error->errorCase(), OpenCCError::Case::configurationUnavailable);
+    EXPECT_EQ(error->mode(), mode);
+    EXPECT_NE(std::string(error->what()).find("\"" + rawValue(mode) + "\""), std::string::npos) << error->what();
   }
   // The failure is remembered: the dictionaries appearing later are not read.
   for (const auto& entry : std::filesystem::directory_iterator(OpenCC::defaultDataDirectory())) {
@@ -73,14 +71,11 @@ TEST(OpenCCTest, MissingDictionariesThrowAnErrorNamingTheMode) {
 }
 
 TEST(OpenCCTest, MalformedUTF8ThrowsInsteadOfCrossingTheLibraryBoundary) {
-  try {
-    OpenCC::shared().convert("汉\xff字", OpenCCMode::s2t);
-    ADD_FAILURE() << "no error";
-  } catch (const OpenCCError& error) {
-    EXPECT_EQ(error.errorCase(), OpenCCError::Case::invalidText);
-    EXPECT_EQ(error.mode(), OpenCCMode::s2t);
-    EXPECT_TRUE(std::string(error.what()).starts_with("Chinese conversion \"s2t\" failed: ")) << error.what();
-  }
+  auto error = testing::thrown<OpenCCError>([] { OpenCC::shared().convert("汉\xff字", OpenCCMode::s2t); });
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->errorCase(), OpenCCError::Case::invalidText);
+  EXPECT_EQ(error->mode(), OpenCCMode::s2t);
+  EXPECT_TRUE(std::string(error->what()).starts_with("Chinese conversion \"s2t\" failed: ")) << error->what();
   EXPECT_EQ(OpenCC::shared().convert("\xff", OpenCCMode::none), "\xff");
 }
 
