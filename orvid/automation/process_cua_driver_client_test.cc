@@ -30,32 +30,26 @@ using Clock = std::chrono::steady_clock;
 
 const std::chrono::system_clock::time_point kCheckTime{std::chrono::seconds(1750000000)};
 
-// A stand-in for the real tool. It reads its behaviour from files beside it:
-// "<command>.out" / "<command>.err" are printed for "--version" ("version"),
-// "doctor --json" ("doctor") and "status"; "hang.<command>" makes that command
-// hang; "run.mode" chooses how "run --json" behaves and "run.exit" its exit
-// status. Every call is appended to "calls.log". A hanging process writes its pid
-// into "driver.pid" and into "started.fifo" when that exists, and the pid of a
-// background process it starts into "grandchild.pid".
+// A stand-in for the real tool, steered by files beside it: "<command>.out" and
+// "<command>.err" are printed for "--version" ("version"), "doctor --json"
+// ("doctor") and "status"; "hang.<command>" makes that command hang; "run.mode"
+// chooses what "run --json" does. Calls are logged to "calls.log". A hanging tool
+// writes its pid into "driver.pid" and "started.fifo" (when there) and starts a
+// background process whose pid it writes into "grandchild.pid".
 constexpr const char* kFakeDriver = R"(#!/usr/bin/python3
 import json, os, signal, subprocess, sys, time
-
 here = os.path.dirname(os.path.abspath(__file__))
 def setting(name, default=None):
-    try:
-        return open(os.path.join(here, name)).read()
-    except FileNotFoundError:
-        return default
+    path = os.path.join(here, name)
+    return open(path).read() if os.path.exists(path) else default
 def write(name, text, mode="w"):
-    with open(os.path.join(here, name), mode) as f:
-        f.write(text)
+    open(os.path.join(here, name), mode).write(text)
 def hang():
     write("driver.pid", str(os.getpid()))
     write("grandchild.pid", str(subprocess.Popen(["sleep", "60"]).pid))
     if os.path.exists(os.path.join(here, "started.fifo")):
         write("started.fifo", str(os.getpid()))
     time.sleep(60)
-
 write("calls.log", " ".join(sys.argv[1:]) + "\n", "a")
 command = {"--version": "version", "doctor --json": "doctor", "status": "status"}.get(" ".join(sys.argv[1:]))
 if command:
@@ -70,15 +64,13 @@ mode = setting("run.mode", "echo")
 if mode == "echo":
     print(json.dumps(request, sort_keys=True, separators=(",", ":")))
     sys.stderr.write("done\n")
-elif mode == "secret":
+    sys.exit(3)
+elif mode == "odd":
     print("Authorization: Bearer sk-live-123456\nresult api_key=abcd1234 ok")
-    sys.stderr.write("X-Api-Token: tok-999\n")
+    sys.stderr.buffer.write(b"bad \xff byte")
 elif mode == "killed":
     print("killing myself", flush=True)
     os.kill(os.getpid(), signal.SIGKILL)
-elif mode == "invalid-utf8":
-    sys.stdout.buffer.write(b"bad \xff byte")
-    sys.stderr.write("fine")
 else:  # "hang", or "ignore-term" that also ignores the terminate signal
     if mode == "ignore-term":
         signal.signal(signal.SIGTERM, signal.SIG_IGN)
@@ -86,7 +78,6 @@ else:  # "hang", or "ignore-term" that also ignores the terminate signal
     sys.stderr.write("warming up\n")
     sys.stderr.flush()
     hang()
-sys.exit(int(setting("run.exit", "0")))
 )";
 
 class ProcessCUADriverClientTest : public testing::ChildProcessTest {
@@ -111,35 +102,27 @@ class ProcessCUADriverClientTest : public testing::ChildProcessTest {
 TEST_F(ProcessCUADriverClientTest, StatusReadsTheDoctorReportOrElseTheStatusTextAndTheVersion) {
   struct Case {
     std::optional<std::string> doctor;
-    std::optional<std::string> version;
     std::string statusOut;
-    std::string statusErr;
     CUADriverReadiness readiness;
-    std::optional<std::string> expectedVersion;
-    std::optional<std::string> daemonState;
+    std::optional<std::string> version;
     std::optional<std::string> lastError;
   };
   const std::vector<Case> cases = {
-      {R"({"version": "1.4.0", "daemon": "running", "ready": true})", "cua-driver 9.9.9\n", "daemon stopped", "",
-       CUADriverReadiness::ready, "1.4.0", "running", std::nullopt},
-      {"doctor: unknown option", "cua-driver 0.9.1\n", "Version: 1.2.3-beta, daemon running", "",
-       CUADriverReadiness::daemonRunning, "1.2.3-beta", "running", std::nullopt},
-      {std::nullopt, "  cua-driver 0.9.1\n", "daemon stopped", "", CUADriverReadiness::daemonStopped,
-       "cua-driver 0.9.1", "stopped", std::nullopt},
-      {"", "1.0\n", "weird", "Authorization: Bearer sk-status-1", CUADriverReadiness::error, "1.0", std::nullopt,
+      {R"({"version": "1.4.0", "ready": true})", "", CUADriverReadiness::ready, "1.4.0", std::nullopt},
+      {std::nullopt, "daemon stopped", CUADriverReadiness::daemonStopped, "cua-driver 0.9.1", std::nullopt},
+      {"doctor: unknown option", "weird", CUADriverReadiness::error, "cua-driver 0.9.1",
        "weird\nAuthorization: Bearer [REDACTED]"},
   };
+  write("version.out", "  cua-driver 0.9.1\n");
+  write("status.err", "Authorization: Bearer sk-status-1");
   for (const Case& c : cases) {
     SCOPED_TRACE(c.doctor.value_or("no doctor report"));
     remove("calls.log");
     c.doctor ? write("doctor.out", *c.doctor) : remove("doctor.out");
-    c.version ? write("version.out", *c.version) : remove("version.out");
     write("status.out", c.statusOut);
-    write("status.err", c.statusErr);
     CUADriverStatus status = client({driver_.string()}).status();
     EXPECT_EQ(status.readiness, c.readiness);
-    EXPECT_EQ(status.version, c.expectedVersion);
-    EXPECT_EQ(status.daemonState, c.daemonState);
+    EXPECT_EQ(status.version, c.version);
     EXPECT_EQ(status.lastError, c.lastError);
     EXPECT_EQ(status.binaryPath, driver_.string());
     EXPECT_EQ(status.checkedAt, kCheckTime);
@@ -202,7 +185,6 @@ TEST_F(ProcessCUADriverClientTest, StatusNeverThrowsEvenWithoutFileDescriptorsLe
 }
 
 TEST_F(ProcessCUADriverClientTest, RunHandsTheToolTheRequestAsJSONAndReturnsItsResult) {
-  write("run.exit", "3\n");
   auto driver = client({driver_.string()});
   CUAExecutionRequest request{UUID::random(), "Open \"Notes\"\nand type h\xc3\xa9llo", 30};
   CUAExecutionResult result = driver.run(request);
@@ -214,24 +196,13 @@ TEST_F(ProcessCUADriverClientTest, RunHandsTheToolTheRequestAsJSONAndReturnsItsR
 }
 
 TEST_F(ProcessCUADriverClientTest, SignalsMalformedTextAndSecretsComeBackAsTheToolsResult) {
-  struct Case {
-    std::string mode;
-    std::int32_t exitCode;
-    std::string stdout;
-    std::string stderr;
-  };
-  const std::vector<Case> cases = {
-      {"secret", 0, "Authorization: Bearer [REDACTED]\nresult api_key=[REDACTED] ok\n", "X-Api-Token: [REDACTED]\n"},
-      {"killed", SIGKILL, "killing myself\n", ""},
-      {"invalid-utf8", 0, "", "fine"},
-  };
   auto driver = client({driver_.string()});
-  for (const Case& c : cases) {
-    write("run.mode", c.mode);
-    UUID executionID = UUID::random();
-    EXPECT_EQ(driver.run({executionID, "do it", 60}), (CUAExecutionResult{executionID, c.exitCode, c.stdout, c.stderr}))
-        << c.mode;
-  }
+  UUID executionID = UUID::random();
+  write("run.mode", "odd");
+  EXPECT_EQ(driver.run({executionID, "do it", 60}),
+            (CUAExecutionResult{executionID, 0, "Authorization: Bearer [REDACTED]\nresult api_key=[REDACTED] ok\n", ""}));
+  write("run.mode", "killed");
+  EXPECT_EQ(driver.run({executionID, "do it", 60}), (CUAExecutionResult{executionID, SIGKILL, "killing myself\n", ""}));
 }
 
 TEST_F(ProcessCUADriverClientTest, TheTimeLimitTerminatesTheToolAndFailsAtOnce) {
