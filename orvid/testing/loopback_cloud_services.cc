@@ -1,6 +1,5 @@
 #include "orvid/testing/loopback_cloud_services.h"
 
-#include <charconv>
 #include <cstdint>
 #include <regex>
 #include <set>
@@ -26,18 +25,9 @@ std::size_t wordCount(const std::string& text) {
   return count;
 }
 
-// The text of a message content: a string, or an array of blocks whose "text" blocks count.
+// The text of a message's content, which the clients send as a string.
 std::optional<std::string> contentText(const json& content) {
-  if (content.is_string()) return content.get<std::string>();
-  if (!content.is_array()) return std::nullopt;
-  std::string text;
-  for (const auto& block : content) {
-    if (!block.is_object() || !block.contains("type")) return std::nullopt;
-    if (block["type"] != "text") continue;
-    if (!block.contains("text") || !block["text"].is_string()) return std::nullopt;
-    text += block["text"].get<std::string>() + " ";
-  }
-  return text;
+  return content.is_string() ? std::optional(content.get<std::string>()) : std::nullopt;
 }
 
 std::optional<json> jsonObjectBody(const LoopbackRequest& request) {
@@ -88,31 +78,19 @@ LoopbackReply openAIScenarioFailure(LoopbackScenario scenario) {
 LoopbackReply transcriptionAnswer(const LoopbackRequest& request, const LoopbackOpenAIService::Options& options) {
   if (!request.isMultipart) return openAIBadRequest("Invalid Content-Type header, expected multipart/form-data.");
   static const std::set<std::string> known = {"file", "model", "language", "prompt", "temperature"};
-  std::set<std::string> seen;
   for (const auto& part : request.parts) {
     if (!known.contains(part.name)) return openAIBadRequest("Unrecognized request argument supplied: " + part.name);
-    if (!seen.insert(part.name).second) return openAIBadRequest("Duplicate form field: " + part.name);
-    if (part.name != "file" && !part.filename.empty()) return openAIBadRequest(part.name + " must be a text field.");
   }
   const auto* model = request.part("model");
   if (model == nullptr || model->content.empty()) return openAIBadRequest("you must provide a model parameter");
   const auto* file = request.part("file");
-  static const std::regex supported(R"(.*\.(flac|m4a|mp3|mp4|mpeg|mpga|oga|ogg|wav|webm)$)", std::regex::icase);
-  if (file == nullptr || !std::regex_match(file->filename, supported)) return openAIBadRequest("Invalid file format.");
+  if (file == nullptr || !file->filename.ends_with(".wav")) return openAIBadRequest("Invalid file format.");
   if (auto problem = wavProblem(file->content)) {
     return openAIBadRequest("Audio file might be corrupted or unsupported: " + *problem);
   }
   const auto* language = request.part("language");
   if (language != nullptr && !std::regex_match(language->content, std::regex("[a-z]{2,3}"))) {
     return openAIBadRequest("Invalid language '" + language->content + "'. Use ISO-639-1 format.");
-  }
-  if (const auto* temperature = request.part("temperature")) {
-    double value = -1;
-    const std::string& text = temperature->content;
-    auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || end != text.data() + text.size() || value < 0 || value > 1) {
-      return openAIBadRequest("Invalid 'temperature': expected a number between 0 and 1, got '" + text + "'.");
-    }
   }
   return makeReply(200, json{{"text", options.transcript}}.dump());
 }
@@ -147,10 +125,7 @@ LoopbackReply chatAnswer(const LoopbackRequest& request, const LoopbackOpenAISer
     const std::string type = format.is_object() ? format.value("type", "") : "";
     if (type == "json_schema") {
       const json wrapper = format.value("json_schema", json());
-      if (!wrapper.is_object() || !nonEmptyString(wrapper, "name") ||
-          !std::regex_match(wrapper["name"].get<std::string>(), std::regex("[a-zA-Z0-9_-]{1,64}")) ||
-          (wrapper.contains("strict") && !wrapper["strict"].is_boolean()) ||
-          !wrapper.value("schema", json()).is_object()) {
+      if (!wrapper.is_object() || !nonEmptyString(wrapper, "name") || !wrapper.value("schema", json()).is_object()) {
         return openAIBadRequest("Invalid 'response_format.json_schema'.");
       }
       json answer = json::object();
@@ -203,10 +178,8 @@ std::optional<LoopbackReply> anthropicAuthenticationFailure(const LoopbackReques
 }
 
 LoopbackReply messagesAnswer(const LoopbackRequest& request, const LoopbackAnthropicService::Options& options) {
-  auto version = request.header("anthropic-version");
-  if (!version) return anthropicBadRequest("anthropic-version: header is required");
-  if (*version != "2023-06-01" && *version != "2023-01-01") {
-    return anthropicBadRequest("anthropic-version: invalid value " + *version);
+  if (request.header("anthropic-version") != "2023-06-01") {
+    return anthropicBadRequest("anthropic-version: header is required");
   }
   auto body = jsonObjectBody(request);
   if (!body) return anthropicBadRequest("The request body is not valid JSON.");
@@ -286,10 +259,6 @@ std::optional<std::string> wavProblem(const std::string& bytes) {
       channels = littleEndian(bytes, start + 2, 2);
       const std::uint32_t sampleRate = littleEndian(bytes, start + 4, 4);
       if (channels == 0 || sampleRate == 0) return "no channels or no sample rate";
-      if (littleEndian(bytes, start + 12, 2) != channels * 2 ||
-          littleEndian(bytes, start + 8, 4) != sampleRate * channels * 2) {
-        return "the byte rate or block alignment is inconsistent";
-      }
     } else if (id == "data") {
       if (channels == 0) return "the data chunk comes before the fmt chunk";
       if (size % (2 * channels) != 0) return "the data chunk ends mid-frame";
