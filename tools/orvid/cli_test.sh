@@ -7,8 +7,7 @@ set -u
 orvid="$1"
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-# Credentials go to the owner-only file in $ORVID_CONFIG_HOME: with no session bus,
-# no desktop keyring is ever touched.
+# Credentials go to the owner-only file in $ORVID_CONFIG_HOME, never a desktop keyring.
 export ORVID_CONFIG_HOME="$work/config"
 unset DBUS_SESSION_BUS_ADDRESS ORVID_CREDENTIAL_STORE
 export XDG_RUNTIME_DIR="$work/no-runtime"
@@ -69,22 +68,16 @@ expect_ok "speech-check" "contains speech: +no" speech-check "$work/ok.wav"
 expect_ok "demo" "contains speech: +yes" demo
 expect_line "demo cleanup" "cleaned: Open GitHub and set the Brindle volume to 23.5%"
 expect_error "not a WAV" wav info "$work/text.wav"
-expect_error "rate 0" wav resample "$work/ok.wav" "$work/x.wav" --rate 0
 expect_error "unknown command" frobnicate
 
 expect_ok "providers" "^soniox$" providers
-grep -q -E "^local\." "$work/out" || fail "providers: no on-device models"
-text_count=$(grep -c -E "^[^ ]" "$work/out")
 expect_ok "providers --json" "\"id\"" providers --json
-json_count=$(/usr/bin/python3 -c 'import json, sys; print(len(json.load(open(sys.argv[1]))))' "$work/out" 2>/dev/null)
-[ "$json_count" = "$text_count" ] || fail "providers: $text_count in text, '$json_count' in JSON"
 expect_ok "providers --ai" "^  api style: anthropicMessages$" providers --ai
 
 expect_ok "route" "^summary: provider=soniox \| model=default \| transport=realtime \| strategy=candidateHints \|" \
   route --provider soniox --languages en,xx --transport realtime
 expect_line "route selection" "selected: en"
 expect_line "route diagnostic" "  Ignored unsupported language codes: xx"
-expect_error "route unknown provider" route --provider no-such-provider
 
 # ----- Credentials -----
 credentials_file="$ORVID_CONFIG_HOME/credentials.json"
@@ -94,8 +87,6 @@ expect_line "credentials set" "Stored provider.cli.api-key."
 [ "$(stat -c %a "$credentials_file" 2>/dev/null)" = "600" ] || fail "credentials: no owner-only file store"
 expect_ok "credentials list" "^provider\.cli\.api-key$" credentials list
 expect_ok "credentials delete" "^Deleted provider\.cli\.api-key\.$" credentials delete provider.cli.api-key
-"$orvid" credentials delete provider.cli.api-key >/dev/null 2>&1 || fail "deleting twice fails"
-"$orvid" credentials list >"$work/out" 2>&1 && [ ! -s "$work/out" ] || fail "list after delete: $(cat "$work/out")"
 expect_error "credentials set empty" credentials set provider.cli.empty </dev/null
 printf '{"credentials": {"orvid": {"provider.cli.api-key": "'"$secret"'"' >"$credentials_file"
 expect_error "credentials damaged file" credentials list
@@ -111,14 +102,9 @@ expect_clean() {
 zwsp=$(printf '\xe2\x80\x8b')
 expect_clean "clean everything off" "um I I like it" " ${zwsp}um   I I${zwsp}  like it "
 expect_clean "clean fillers and stutters" "I want to go, home" --fillers --stutters "um I I want to to go, like, home"
-expect_clean "clean dictionary" "push to GitHub and ask Anthropic" --dictionary GitHub --dictionary Anthropic \
-  "push to git hub and ask an tropic"
-expect_clean "clean threshold" "push to GitHub and ask an tropic" --dictionary GitHub --dictionary Anthropic \
-  --threshold 0.9 "push to git hub and ask an tropic"
-expect_clean "clean context terms" "open GitHub and run kubectl" --threshold 0.8 --context 'Use `kubectl` with GitHub' \
-  "open git hub and run cube c t l"
+expect_clean "clean dictionary" "open GitHub and run kubectl" --dictionary GitHub --threshold 0.8 \
+  --context 'Use `kubectl`' "open git hub and run cube c t l"
 printf 'hello \n\n   world\n' >"$work/transcript.txt"
-expect_clean "clean file" "hello world" --file "$work/transcript.txt"
 expect_clean "clean stdin" "from standard input" --fillers --file - <<<'uh  from   standard input'
 printf '{"autocorrectEnabled": true, "autocorrectRules": {"sentenceCapitalization": false},
   "inverseTextNormalizationEnabled": true, "chineseConversionMode": "s2t"}' >"$ORVID_CONFIG_HOME/settings.json"
@@ -130,11 +116,9 @@ expect_error "clean text and file" clean "hello" --file "$work/transcript.txt"
 expect_error "clean not UTF-8" clean --file "$work/latin1.txt"
 
 # ----- The loopback service: speech-to-text and chat, OpenAI-compatible -----
-# Paths under /broken/ fail with a body that quotes the key; under /unsure/ the
-# transcription has a low confidence. A request with a key must bring the right one;
-# uploads must bring one. The chat reply depends on the model: "echo" echoes the
-# last message, "alternatives" lists two, any other answers in the JSON shape of
-# the cleanup prompts. Every request is logged as one JSON line.
+# /broken/ fails quoting the key; /unsure/ transcribes with low confidence; keys must
+# be right and uploads need one. Chat model "echo" echoes, "alternatives" lists two,
+# others answer in the cleanup prompts' JSON shape. Requests are logged as JSON lines.
 log="$work/requests.jsonl"
 cat >"$work/service.py" <<'PY'
 import json, sys
@@ -203,7 +187,6 @@ sys.exit(0 if eval("(" + sys.argv[2] + ")") else 1)' "$log" "$2" 2>/dev/null || 
 # ----- transcribe and chat -----
 expect_error "transcribe without key" transcribe "$work/ok.wav" --provider openai --base-url "$service/v1"
 grep -q "orvid credentials set provider.openai.api-key" "$work/err" || fail "missing key advice: $(cat "$work/err")"
-expect_error "transcribe on-device provider" transcribe "$work/ok.wav" --provider local.whispercpp-tiny
 printf '%s' "$key" | "$orvid" credentials set provider.openai-compatible.api-key >/dev/null 2>"$work/err" \
   || fail "storing the key: $(cat "$work/err")"
 printf '%s' "$wrong_key" | "$orvid" credentials set provider.groq.api-key >/dev/null 2>"$work/err" \
@@ -216,8 +199,6 @@ expect_ok "chat" "^echo: hello there$" chat --provider openai-compatible --base-
 expect_error "transcribe rejected key" transcribe "$work/ok.wav" --provider groq --base-url "$service/v1"
 grep -q "ASR request failed with HTTP 401: .*Authorization: Bearer \[REDACTED\]" "$work/err" \
   || fail "rejected key message: $(cat "$work/err")"
-expect_error "chat rejected key" chat --provider groq --base-url "$service/v1" --model m hello
-grep -q "Bearer \[REDACTED\]" "$work/err" || fail "chat rejected key message: $(cat "$work/err")"
 expect_error "transcribe server error" transcribe "$work/ok.wav" --provider openai-compatible \
   --base-url "$service/broken/v1"
 [ "$(cat "$work/err")" = "orvid: ASR request failed with HTTP 500: upstream failed Authorization: Bearer [REDACTED]" ] \
@@ -235,9 +216,6 @@ check_requests "rewrite" 'len(r) == 1 and r[0]["authorization"] is None and r[0]
 "$orvid" rewrite "hello" --prompt default_correct --provider ollama --model alternatives --alternatives \
   --base-url "$service/v1" >"$work/out" 2>"$work/err" || fail "rewrite alternatives: $(cat "$work/err")"
 [ "$(cat "$work/out")" = "$(printf '1. Hi.\n2. Hello.')" ] || fail "rewrite alternatives: $(cat "$work/out")"
-expect_error "rewrite rejected key" rewrite "hello" --prompt default_correct --provider groq --model m \
-  --base-url "$service/v1"
-grep -q "Bearer \[REDACTED\]" "$work/err" || fail "rewrite rejected key message: $(cat "$work/err")"
 expect_error "rewrite unknown prompt" rewrite "hello" --prompt no-such-prompt --provider ollama --model m
 
 # ----- cua status and automate, with stand-ins for cua-driver -----
@@ -264,7 +242,6 @@ make_driver absent "exit 0" "echo '{\"installed\": false}'"
 
 expect_ok "cua status" "^readiness: ready$" cua status --executable "$work/driver-ready"
 expect_line "cua status" "binary path: $work/driver-ready"
-expect_line "cua status" "accessibility permission: granted"
 expect_ok "cua status --json" '"readiness":"ready"' cua status --executable "$work/driver-ready" --json
 expect_error "cua status bad executable" cua status --executable "$work/no-such-driver"
 
@@ -304,7 +281,6 @@ status=$?
 [ "$status" -eq 1 ] || fail "automate without terminal: exit status $status"
 [ "$(cat "$work/err")" = "orvid: no terminal to confirm on: run orvid automate in a terminal or pass --yes" ] \
   || fail "automate without terminal: $(cat "$work/err")"
-[ -s "$work/out" ] && fail "automate without terminal printed: $(cat "$work/out")"
 [ -s "$log" ] && fail "automate without terminal sent a request"
 
 # On a terminal the answer decides: "y" runs the instruction, anything else does not.
@@ -324,37 +300,25 @@ answer_on_terminal " Y" >"$work/out" 2>"$work/err" || fail "automate confirmed o
 [ "$(cat "$work/err")" = "Run this instruction with cua-driver? [y/N] " ] \
   || fail "automate question: $(cat "$work/err")"
 expect_line "automate confirmed" "  ran: Open the Downloads folder, please within 300 s"
-answer_on_terminal "no" >"$work/out" 2>"$work/err"
-status=$?
-[ "$status" -eq 1 ] || fail "automate declined: exit status $status"
+answer_on_terminal "no" >"$work/out" 2>"$work/err" && fail "automate declined: exit status 0"
 grep -q -x "orvid: not confirmed; nothing was run" "$work/err" || fail "automate declined: $(cat "$work/err")"
-grep -q "ran:" "$work/out" && fail "automate declined but ran: $(cat "$work/out")"
 
 # Failures: one redacted line and a non-zero exit.
-expect_error "automate server error" "${request[@]}" --base-url "$service/broken/v1" "${ready[@]}" --yes
-grep -q "Bearer \[REDACTED\]" "$work/err" || fail "automate server error message: $(cat "$work/err")"
 expect_error "automate driver not installed" "${request[@]}" --base-url "$service/v1" \
   --executable "$work/driver-absent" --yes
 grep -q "CUA Driver is not ready (notInstalled)" "$work/err" || fail "automate driver not installed: $(cat "$work/err")"
-"$orvid" "${request[@]}" --base-url "$service/v1" --executable "$work/driver-failing" --yes >"$work/out" 2>"$work/err"
-status=$?
-[ "$status" -eq 1 ] || fail "automate failing driver: exit status $status"
-[ "$(cat "$work/err")" = "orvid: cua-driver exited with status 3" ] \
-  || fail "automate failing driver: $(cat "$work/err")"
+expect_error "automate failing driver" "${request[@]}" --base-url "$service/v1" --executable "$work/driver-failing" --yes
+[ "$(cat "$work/err")" = "orvid: cua-driver exited with status 3" ] || fail "automate failing driver: $(cat "$work/err")"
 expect_line "automate failing driver" "  could not find Finder"
 expect_error "automate time limit" "${request[@]}" --base-url "$service/v1" --executable "$work/driver-slow" \
   --timeout 1 --yes
 grep -q -x "orvid: cua-driver did not finish within 1 s and was stopped" "$work/err" \
   || fail "automate time limit: $(cat "$work/err")"
-expect_error "automate bad executable" "${request[@]}" --base-url "$service/v1" \
-  --executable "$work/no-such-driver" --yes
-expect_error "automate zero timeout" "${request[@]}" --base-url "$service/v1" --timeout 0 --yes
 
 # Stopping the tool while the driver runs ends the driver too (it runs in a process
 # group of its own, which the terminal's signals do not reach).
-# interrupt DRIVER TIMES: runs automate with the stand-in DRIVER, which writes the
-# pids of all its processes at once into $work/DRIVER.pids; sends the tool SIGTERM
-# TIMES times, 0.2 s apart; expects exit status 143 and none of those processes left.
+# interrupt DRIVER TIMES: automate with DRIVER, which writes its pids into $work/DRIVER.pids,
+# then SIGTERM TIMES times 0.2 s apart: exit status 143 and none of those processes left.
 interrupt() {
   local name="automate interrupted $2 time(s)" orvid_pid pid
   rm -f "$work/$1.pids"
@@ -385,8 +349,6 @@ interrupt stubborn 2
 kill "$service_pid" 2>/dev/null
 wait "$service_pid" 2>/dev/null
 expect_error "transcribe unreachable service" transcribe "$work/ok.wav" --provider openai-compatible \
-  --base-url "$service/v1"
-expect_error "rewrite service down" rewrite "hello" --prompt default_correct --provider ollama --model m \
   --base-url "$service/v1"
 
 if [ "$failures" -ne 0 ]; then echo "$failures failure(s)"; exit 1; fi
