@@ -221,44 +221,30 @@ TEST_F(OrvidAutomationPipelineTest, RefusesBeforeAnyWorkWhenAutomationCannotRun)
   EXPECT_NO_THROW(prepare(*pipeline, browserOnly));
 }
 
-TEST_F(OrvidAutomationPipelineTest, ABusyCoordinatorRefusesTheRecording) {
-  UUID other = UUID::random();
-  coordinator_->beginRecording(other, VoiceCapturePurpose::dictation);
-  auto pipeline = makePipeline(true);
-  EXPECT_THROW(prepare(*pipeline), OrvidError);
-  EXPECT_EQ(coordinator_->activeRequestID(), other);
-}
-
 TEST_F(OrvidAutomationPipelineTest, LaterFailuresFailTheCoordinatorWithTheRedactedMessage) {
   const std::string secret = "HTTP 401: Authorization: Bearer sk-live-9 rejected";
   const std::string redacted = "HTTP 401: Authorization: Bearer [REDACTED] rejected";
   const auto error = std::make_exception_ptr(std::runtime_error(secret));
-  struct Case {
-    std::string name;
-    std::function<void()> arrange;
-    std::string thrown;
-    std::string shown;
-  };
   const std::string empty = OrvidError::emptyAudio().what();
-  const std::vector<Case> cases = {
-      {"transcription", [&] { transcriber_->error = error; }, secret, redacted},
-      {"rewrite", [&] { rewriter_->error = error; }, secret, redacted},
-      {"a transcript that cleans to nothing", [&] { transcriber_->result.text = " \u200B \n\t "; }, empty, empty},
+  // {arrange, thrown message, shown message}
+  const std::vector<std::tuple<std::function<void()>, std::string, std::string>> cases = {
+      {[&] { transcriber_->error = error; }, secret, redacted},
+      {[&] { rewriter_->error = error; }, secret, redacted},
+      {[&] { transcriber_->result.text = " \u200B \n\t "; }, empty, empty},  // cleans to nothing
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
+  for (const auto& [arrange, thrown, shown] : cases) {
     transcriber_->error = rewriter_->error = nullptr;
     transcriber_->result.text = "open notes";
     rewriter_->rewrittenText = "x";
-    c.arrange();
+    arrange();
     auto pipeline = makePipeline(true);
     try {
       prepare(*pipeline);
       ADD_FAILURE() << "no error";
-    } catch (const std::exception& thrown) {
-      EXPECT_EQ(std::string(thrown.what()), c.thrown);
+    } catch (const std::exception& caught) {
+      EXPECT_EQ(std::string(caught.what()), thrown);
     }
-    EXPECT_EQ(pipeline->currentState().errorMessage, c.shown);
+    EXPECT_EQ(pipeline->currentState().errorMessage, shown);
     EXPECT_EQ(coordinator_->activeRequestID(), std::nullopt);
   }
 }
