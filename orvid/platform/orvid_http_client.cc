@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <utility>
 
+#include "orvid/platform/internal/text.h"
+
 namespace orvid {
 namespace {
-
-char lowerASCII(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }
 
 std::optional<std::string> firstHeaderValue(const std::vector<OrvidHTTPHeader>& headers, std::string_view name) {
   for (const auto& header : headers) {
@@ -40,8 +40,8 @@ std::string sentence(OrvidHTTPError::Case errorCase) {
 }  // namespace
 
 bool httpHeaderNamesEqual(std::string_view a, std::string_view b) {
-  return a.size() == b.size() &&
-         std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) { return lowerASCII(x) == lowerASCII(y); });
+  auto sameLetter = [](char x, char y) { return internal::lowercaseASCII(x) == internal::lowercaseASCII(y); };
+  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), sameLetter);
 }
 
 std::optional<std::string> OrvidHTTPRequest::headerValue(std::string_view name) const {

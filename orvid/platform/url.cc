@@ -3,6 +3,8 @@
 #include <cctype>
 #include <charconv>
 
+#include "orvid/platform/internal/text.h"
+
 namespace orvid {
 namespace {
 
@@ -30,12 +32,6 @@ int hexValue(char c) {
   if (c >= 'a' && c <= 'f') return c - 'a' + 10;
   if (c >= 'A' && c <= 'F') return c - 'A' + 10;
   return -1;
-}
-
-std::string_view trim(std::string_view text) {
-  while (!text.empty() && std::isspace(static_cast<unsigned char>(text.front()))) text.remove_prefix(1);
-  while (!text.empty() && std::isspace(static_cast<unsigned char>(text.back()))) text.remove_suffix(1);
-  return text;
 }
 
 std::string encodeItems(const std::vector<URLQueryItem>& items) {
@@ -89,7 +85,7 @@ std::optional<std::string> percentDecode(std::string_view text) {
 }
 
 std::optional<URL> URL::parse(std::string_view input) {
-  std::string_view text = trim(input);
+  std::string_view text = internal::trimASCIIWhitespace(input);
   auto schemeEnd = text.find("://");
   if (schemeEnd == std::string_view::npos || schemeEnd == 0) return std::nullopt;
   URL url;
@@ -97,7 +93,7 @@ std::optional<URL> URL::parse(std::string_view input) {
     auto c = static_cast<unsigned char>(text[i]);
     bool ok = std::isalpha(c) || (i > 0 && (std::isdigit(c) || c == '+' || c == '-' || c == '.'));
     if (!ok) return std::nullopt;
-    url.scheme_.push_back(static_cast<char>(std::tolower(c)));
+    url.scheme_.push_back(internal::lowercaseASCII(text[i]));
   }
   for (char c : text) {
     auto u = static_cast<unsigned char>(c);
