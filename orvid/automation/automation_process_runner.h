@@ -11,7 +11,7 @@
 
 #include "orvid/automation/automation_execution_progress.h"
 #include "orvid/automation/child_process.h"
-#include "orvid/automation/utf8_text.h"
+#include "orvid/automation/utf8_chunk_decoder.h"
 #include "orvid/core/corelib/automation_records.h"
 #include "orvid/platform/uuid.h"
 

@@ -1,4 +1,6 @@
-#include "orvid/automation/utf8_text.h"
+#include "orvid/automation/utf8_chunk_decoder.h"
+
+#include "orvid/platform/internal/text.h"
 
 namespace orvid {
 

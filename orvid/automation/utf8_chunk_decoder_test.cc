@@ -1,4 +1,4 @@
-#include "orvid/automation/utf8_text.h"
+#include "orvid/automation/utf8_chunk_decoder.h"
 
 #include <string>
 

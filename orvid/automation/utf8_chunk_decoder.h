@@ -3,14 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "orvid/platform/internal/text.h"
-
 namespace orvid {
-
-// Kept for callers that still include this header; new code calls
-// orvid/platform/internal/text.h directly.
-using internal::decodeUTF8;
-using internal::decodeUTF8OrEmpty;
 
 // Decodes a byte stream that arrives in chunks of arbitrary size. A character cut
 // in two by a chunk boundary is held back and completed by the next chunk; a chunk
