@@ -54,8 +54,8 @@ TEST(AIProviderURLBuilderTest, ChatEndpointNeverDoublesTheChatPath) {
       {"https://api.example.com/v1/chat", "chat/completions", "https://api.example.com/v1/chat/completions"},
       {"https://api.anthropic.com/v1/Messages", "messages", "https://api.anthropic.com/v1/messages"},
       {"https://api.anthropic.com/v1/messages//", "messages", "https://api.anthropic.com/v1/messages"},
-      {"https://gw.example.com:8443/openai/v1/chat/completions?api-version=2", "chat/completions",
-       "https://gw.example.com:8443/openai/v1/chat/completions?api-version=2"},
+      {"https://gw.example.com:8443/v1/chat/completions/?api-version=2", "chat/completions",
+       "https://gw.example.com:8443/v1/chat/completions?api-version=2"},
       // A path that merely contains "chat" is left alone.
       {"https://api.example.com/chatbots/v1", "chat/completions",
        "https://api.example.com/chatbots/v1/chat/completions"},
@@ -64,8 +64,6 @@ TEST(AIProviderURLBuilderTest, ChatEndpointNeverDoublesTheChatPath) {
       {"https://api.example.com/chat/completions/chat/completions", "chat/completions",
        "https://api.example.com/chat/completions/chat/completions"},
       {"https://api.example.com/v1/messages/chat", "messages", "https://api.example.com/v1/messages/messages"},
-      {"https://api.example.com/v1/completions", "chat/completions",
-       "https://api.example.com/v1/completions/chat/completions"},
   };
   for (const auto& testCase : cases) {
     auto base = URL::parse(testCase.base);

@@ -125,9 +125,7 @@ TEST_F(PromptPostProcessorTest, ChoosesThePromptModelThenTheSelectedModelThenThe
     configuration_.selectedModelID = c.selectedModel;
     client_->script.push_back(reply("ok"));
     if (c.expected) {
-      auto result = process("text", c.defaultModel);
-      ASSERT_TRUE(result);
-      EXPECT_EQ(result->modelID, *c.expected);
+      EXPECT_EQ(process("text", c.defaultModel).value().modelID, *c.expected);
       ASSERT_EQ(client_->requests.size(), 1u);
       EXPECT_EQ(client_->requests[0].modelID, *c.expected);
     } else {
@@ -192,7 +190,6 @@ TEST_F(PromptPostProcessorTest, OtherErrorsAndFailedRetriesPropagateWithoutFurth
       {false, schemaRejection, std::nullopt},
       // Not about the schema.
       {true, OrvidProviderError::unsupportedProvider("rate limit exceeded"), std::nullopt},
-      {true, OrvidProviderError::missingCredential(), std::nullopt},
       // The retry fails too: its error propagates, and there is no third call.
       {true, schemaRejection, OrvidProviderError::unsupportedProvider("json_schema still unsupported")},
   };

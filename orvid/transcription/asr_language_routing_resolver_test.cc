@@ -82,7 +82,6 @@ void check(const Row& row) {
 
 TEST(ASRLanguageRoutingResolverTest, EveryRowOfTheDecisionTable) {
   const auto detecting = cloudProvider("openai", API::openAICompatible, kLanguages, "whisper-1");
-  const auto omitting = cloudProvider("deepgram", API::deepgram, kLanguages, "nova-2");
   const auto fixed = cloudProvider("cartesia", API::cartesia, kLanguages, "ink-whisper");
   const auto fallingBack = cloudProvider("stepfun", API::stepFun, {"AUTO", "zh-Hans", "en"}, "stepaudio-2.5-asr");
   const auto withoutFallback = cloudProvider("stepfun", API::stepFun, {"auto"}, "stepaudio-2.5-asr");
@@ -103,8 +102,6 @@ TEST(ASRLanguageRoutingResolverTest, EveryRowOfTheDecisionTable) {
       // 1. One language.
       {"single, none, payload detect", detecting, batch, std::nullopt, {}, single(Behavior::detectAutomatically),
        Strategy::automatic},
-      {"single, none, payload omit", omitting, batch, "nova-2", {}, single(Behavior::omitLanguage),
-       Strategy::automatic},
       {"single, none, payload fixed value", fixed, batch, std::nullopt, {},
        Capability::singleLanguageWithFixedValue("en"), Strategy::automatic, "en"},
       {"single, none, payload fallback (cloud: normalised)", fallingBack, batch, std::nullopt, {},
@@ -118,8 +115,6 @@ TEST(ASRLanguageRoutingResolverTest, EveryRowOfTheDecisionTable) {
        {"Automatic language selection is unsupported and no fallback language is available."}},
       {"single, one", detecting, batch, std::nullopt, {"de"}, single(Behavior::detectAutomatically),
        Strategy::explicitSingle, "de", {}, {}, "de"},
-      {"single, one, normalised", detecting, batch, std::nullopt, {"yue-Hant"}, single(Behavior::detectAutomatically),
-       Strategy::explicitSingle, "yue", {}, {}, "yue-Hant"},
       {"single, one on a fixed-value provider", fixed, batch, std::nullopt, {"de"},
        Capability::singleLanguageWithFixedValue("en"), Strategy::explicitSingle, "de", {}, {}, "de"},
       {"single, several", realtimeDetecting, realtime, "gpt-4o-transcribe", {"zh-Hant", "en"},
@@ -144,7 +139,6 @@ TEST(ASRLanguageRoutingResolverTest, EveryRowOfTheDecisionTable) {
        Strategy::candidateDetection, std::nullopt, {}, {"fr"}, "fr"},
       {"detection, several", detection, batch, std::nullopt, {"fr", "zh-Hant"}, Capability::candidateDetection(),
        Strategy::candidateDetection, std::nullopt, {}, {"fr", "zh"}},
-      {"detection, none", detection, batch, std::nullopt, {}, Capability::candidateDetection(), Strategy::automatic},
       // 5. No language-aware adapter for the transport.
       {"no adapter, one", batchOnly, realtime, std::nullopt, {"yue-Hant"}, Capability::noLanguageAwareAdapter(),
        Strategy::unavailableFallback, "yue", {}, {}, "yue-Hant", {noAdapter}},

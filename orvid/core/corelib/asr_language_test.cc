@@ -52,14 +52,12 @@ TEST(ASRLanguageCapabilityResolverTest, CloudProvidersOfTheCatalogueOnBothTransp
   const auto noAdapter = Capability::noLanguageAwareAdapter();
   const Row rows[] = {
       {"openai", std::nullopt, detect, detect},
-      {"groq", std::nullopt, detect, noAdapter},
       {"deepgram", "nova-2", omit, omit},
       {"deepgram", " Nova-3-medical ", Capability::broadMultilingual("multi"), Capability::broadMultilingual("multi")},
       {"cartesia", std::nullopt, Capability::singleLanguageWithFixedValue("en"), noAdapter},
       {"soniox", std::nullopt, Capability::languageHints(), Capability::languageHints()},
       {"assemblyai", std::nullopt, Capability::candidateDetection(), noAdapter},
       {"doubao", std::nullopt, noAdapter, noAdapter},
-      {"glm", std::nullopt, Capability::noLanguageInput(), noAdapter},
       {"stepfun", std::nullopt, firstSupported, firstSupported},
       {"aliyun-bailian", "Paraformer-Realtime-v2", Capability::noLanguageInput(), Capability::languageHints()},
   };

