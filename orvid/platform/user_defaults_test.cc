@@ -9,6 +9,7 @@
 #include <sstream>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -160,21 +161,15 @@ TEST(WriteFileAtomicallyTest, ReplacesContentsWithTheGivenPermissionsOrLeavesThe
 }
 
 TEST(UserDefaultsTest, ConfigDirectoryFollowsTheEnvironmentInOrder) {
-  {
-    testing::ScopedEnvironmentVariable own("ORVID_CONFIG_HOME", "/tmp/orvid-own");
-    testing::ScopedEnvironmentVariable xdg("XDG_CONFIG_HOME", "/tmp/xdg");
-    EXPECT_EQ(UserDefaults::configDirectory(), fs::path("/tmp/orvid-own"));
-  }
-  {
-    testing::ScopedEnvironmentVariable own("ORVID_CONFIG_HOME", "");
-    testing::ScopedEnvironmentVariable xdg("XDG_CONFIG_HOME", "/tmp/xdg");
-    EXPECT_EQ(UserDefaults::configDirectory(), fs::path("/tmp/xdg/orvid"));
-  }
-  {
-    testing::ScopedEnvironmentVariable own("ORVID_CONFIG_HOME", std::nullopt);
-    testing::ScopedEnvironmentVariable xdg("XDG_CONFIG_HOME", std::nullopt);
-    testing::ScopedEnvironmentVariable home("HOME", "/home/someone");
-    EXPECT_EQ(UserDefaults::configDirectory(), fs::path("/home/someone/.config/orvid"));
+  using Value = std::optional<std::string>;
+  const testing::ScopedEnvironmentVariable home("HOME", "/home/someone");
+  for (const auto& [own, xdg, expected] : std::vector<std::tuple<Value, Value, std::string>>{
+           {"/tmp/orvid-own", "/tmp/xdg", "/tmp/orvid-own"},
+           {"", "/tmp/xdg", "/tmp/xdg/orvid"},
+           {std::nullopt, std::nullopt, "/home/someone/.config/orvid"}}) {
+    const testing::ScopedEnvironmentVariable ownVariable("ORVID_CONFIG_HOME", own);
+    const testing::ScopedEnvironmentVariable xdgVariable("XDG_CONFIG_HOME", xdg);
+    EXPECT_EQ(UserDefaults::configDirectory(), fs::path(expected));
   }
 }
 
