@@ -20,9 +20,7 @@ TranscriptionRequest recording(std::optional<std::string> language = std::nullop
   TranscriptionRequest request;
   request.audioFrames = {PCMFrame{Bytes(320, 0x01), 16000, 1, 160}};
   request.languageRoute.providerID = "groq";
-  request.languageRoute.strategy = ASRLanguageRoutingStrategy::explicitSingle;
   request.languageRoute.providerLanguage = std::move(language);
-  request.languageRoute.effectivePostProcessingLanguage = "de";
   return request;
 }
 
@@ -42,22 +40,6 @@ class CloudBatchTranscriptionProviderTest : public ::testing::Test {
                                            "whisper-large-v3", store, std::move(http));
   }
 };
-
-TEST_F(CloudBatchTranscriptionProviderTest, UploadsTheRecordingAndStampsTheRouteOnTheAnswer) {
-  auto http = answering(200, R"({"text":"  Guten Tag  ","language":"german"})");
-  TranscriptionRequest request = recording("de");
-  TranscriptionResult result = provider(http).transcribe(request);
-
-  EXPECT_EQ(result.text, "Guten Tag");
-  EXPECT_EQ(result.language, "german");
-  EXPECT_EQ(result.effectiveLanguage, "german");
-  EXPECT_EQ(result.providerDiagnostics, request.languageRoute.diagnosticSummary());
-  auto sent = http->requests();
-  ASSERT_EQ(sent.size(), 1u);
-  EXPECT_EQ(sent[0].url.absoluteString(), "https://api.groq.com/openai/v1/audio/transcriptions");
-  EXPECT_EQ(sent[0].headerValue("Authorization"), "Bearer gsk-secret");
-  EXPECT_NE(stringFromBytes(sent[0].body.value()).find(std::string(320, '\x01') + "\r\n--Brindle-"), std::string::npos);
-}
 
 TEST_F(CloudBatchTranscriptionProviderTest, StatusesOutsideTheTwoHundredsFailWithTheirBodyIfItIsText) {
   struct Case {
