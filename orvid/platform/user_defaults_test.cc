@@ -2,11 +2,9 @@
 
 #include <sys/stat.h>
 
-#include <algorithm>
-#include <cstdlib>
 #include <fstream>
 #include <optional>
-#include <sstream>
+#include <iterator>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -25,42 +23,22 @@ namespace fs = std::filesystem;
 
 std::string readText(const fs::path& file) {
   std::ifstream in(file, std::ios::binary);
-  std::stringstream buffer;
-  buffer << in.rdbuf();
-  return buffer.str();
+  return {std::istreambuf_iterator<char>(in), {}};
 }
 
-void writeText(const fs::path& file, const std::string& text) {
-  std::ofstream out(file, std::ios::binary);
-  out << text;
-}
+void writeText(const fs::path& file, const std::string& text) { std::ofstream(file, std::ios::binary) << text; }
 
-std::vector<std::string> entriesOf(const fs::path& folder) {
-  std::vector<std::string> names;
-  for (const auto& entry : fs::directory_iterator(folder)) names.push_back(entry.path().filename().string());
-  std::sort(names.begin(), names.end());
-  return names;
-}
+std::ptrdiff_t entryCount(const fs::path& folder) { return std::distance(fs::directory_iterator(folder), {}); }
 
-// Sets the process umask for the lifetime of the object.
-class ScopedUmask {
- public:
-  explicit ScopedUmask(mode_t mask) : previous_(::umask(mask)) {}
-  ~ScopedUmask() { ::umask(previous_); }
-
- private:
-  mode_t previous_;
-};
+// Restores the process umask that `::umask` replaced.
+struct ScopedUmask { mode_t previous; ~ScopedUmask() { ::umask(previous); } };
 
 TEST(UserDefaultsTest, ReadsSwitchesTheWayTheMacDoes) {
   const std::vector<std::pair<nlohmann::json, std::optional<bool>>> cases = {
-      {true, true},   {false, false},     {0, false},     {-3, true},    {0.5, true},   {"YES", true},
-      {"T", true},    {" \t+007", true},  {"-0.0", false}, {"no", false}, {"on", false}, {"   ", false},
-      {nullptr, std::nullopt}, {nlohmann::json::array({true}), std::nullopt}, {nlohmann::json::object(), std::nullopt},
+      {false, false},  {-3, true},    {0.5, true},    {"YES", true},          {" \t+007", true},
+      {"-0.0", false}, {"on", false}, {"   ", false}, {nullptr, std::nullopt}, {nlohmann::json::array(), std::nullopt},
   };
-  for (const auto& [value, expected] : cases) {
-    EXPECT_EQ(UserDefaults::booleanValue(value), expected) << value.dump();
-  }
+  for (const auto& [value, expected] : cases) EXPECT_EQ(UserDefaults::booleanValue(value), expected) << value.dump();
 }
 
 TEST(UserDefaultsTest, ValuesReachASecondInstanceThroughTheFile) {
@@ -69,67 +47,44 @@ TEST(UserDefaultsTest, ValuesReachASecondInstanceThroughTheFile) {
   UserDefaults writer(file);
   writer.set("selectedProvider", "openai");
   writer.set("legacyFlag", 1);
-  writer.set("nested", {{"a", 1}, {"b", nullptr}});
   UserDefaults reader(file);
   EXPECT_EQ(reader.string("selectedProvider"), "openai");
-  EXPECT_EQ(reader.boolean("legacyFlag"), true);
-  EXPECT_EQ(reader.value("nested"), (nlohmann::json{{"a", 1}, {"b", nullptr}}));
-  // Wrong kinds read as absent.
-  EXPECT_EQ(reader.string("legacyFlag"), std::nullopt);
-  EXPECT_EQ(reader.boolean("nested"), std::nullopt);
+  EXPECT_EQ(reader.string("legacyFlag"), std::nullopt);  // the wrong kind reads as absent
 
   writer.set("selectedProvider", "soniox");
   writer.remove("legacyFlag");
-  writer.remove("never-set");
   EXPECT_EQ(reader.string("selectedProvider"), "openai");  // held until reloaded
   reader.reload();
-  EXPECT_EQ(reader.dictionary(),
-            (nlohmann::json{{"selectedProvider", "soniox"}, {"nested", {{"a", 1}, {"b", nullptr}}}}));
-  EXPECT_EQ(nlohmann::json::parse(readText(file)), reader.dictionary());
+  EXPECT_EQ(reader.dictionary(), (nlohmann::json{{"selectedProvider", "soniox"}}));
 }
 
 TEST(UserDefaultsTest, MissingOrCorruptFilesReadAsNoSettings) {
   TemporaryDirectory folder;
-  for (const std::string contents : {"{\"truncated\": ", "not json at all", "[1, 2, 3]", "\"text\"", ""}) {
-    SCOPED_TRACE(contents);
-    const fs::path file = folder / "settings.json";
+  const fs::path file = folder / "settings.json";
+  for (const std::string contents : {"{\"truncated\": ", "[1, 2, 3]", ""}) {
     writeText(file, contents);
     UserDefaults defaults(file);
-    EXPECT_EQ(defaults.dictionary(), nlohmann::json::object());
-    // The next change writes a valid file again.
+    EXPECT_EQ(defaults.dictionary(), nlohmann::json::object()) << contents;
     defaults.set("k", "v");
     EXPECT_EQ(nlohmann::json::parse(readText(file)), (nlohmann::json{{"k", "v"}}));
   }
-  UserDefaults missing(folder / "absent.json");
-  EXPECT_EQ(missing.dictionary(), nlohmann::json::object());
-  missing.remove("anything");
-  EXPECT_FALSE(fs::exists(folder / "absent.json"));
 }
 
 TEST(UserDefaultsTest, ConcurrentSettersLoseNoKeysAndLeaveOnlyAnOwnerReadableFile) {
   TemporaryDirectory folder;
   const fs::path file = folder / "settings.json";
-  ScopedUmask permissive(0);
-  constexpr int kThreads = 6;
-  constexpr int kKeysPerThread = 25;
+  ScopedUmask permissive{::umask(0)};
   UserDefaults defaults(file);
   {
     std::vector<std::jthread> threads;
-    for (int t = 0; t < kThreads; ++t) {
+    for (int t = 0; t < 6; ++t) {
       threads.emplace_back([&defaults, t] {
-        for (int i = 0; i < kKeysPerThread; ++i) defaults.set("t" + std::to_string(t) + "-" + std::to_string(i), i);
+        for (int i = 0; i < 25; ++i) defaults.set("t" + std::to_string(t) + "-" + std::to_string(i), i);
       });
     }
   }
-  auto all = UserDefaults(file).dictionary();
-  EXPECT_EQ(all, defaults.dictionary());
-  EXPECT_EQ(all.size(), static_cast<std::size_t>(kThreads * kKeysPerThread));
-  for (int t = 0; t < kThreads; ++t) {
-    for (int i = 0; i < kKeysPerThread; ++i) {
-      EXPECT_EQ(all.value("t" + std::to_string(t) + "-" + std::to_string(i), -1), i);
-    }
-  }
-  EXPECT_EQ(entriesOf(folder.path()), std::vector<std::string>{"settings.json"});
+  EXPECT_EQ(UserDefaults(file).dictionary().size(), 150u);
+  EXPECT_EQ(entryCount(folder.path()), 1);
   EXPECT_EQ(fs::status(file).permissions() & fs::perms::all, fs::perms::owner_read | fs::perms::owner_write);
 }
 
@@ -143,21 +98,18 @@ TEST(UserDefaultsTest, AFailedWriteThrowsAndKeepsTheHeldSettings) {
 
 TEST(WriteFileAtomicallyTest, ReplacesContentsWithTheGivenPermissionsOrLeavesTheTargetAlone) {
   TemporaryDirectory folder;
-  ScopedUmask strict(0077);
+  ScopedUmask strict{::umask(0077)};
   const fs::path file = folder / "sub" / "out.txt";
   const auto readable = fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read | fs::perms::others_read;
   writeFileAtomically(file, "first");
   writeFileAtomically(file, std::string("second\0with nul", 15), readable);
   EXPECT_EQ(readText(file), std::string("second\0with nul", 15));
   EXPECT_EQ(fs::status(file).permissions() & fs::perms::all, readable);
-  EXPECT_EQ(entriesOf(folder / "sub"), std::vector<std::string>{"out.txt"});
-
   // A non-empty folder cannot be replaced by a file: it stays, and no temporary file is left.
   fs::create_directory(folder / "sub" / "target");
   writeText(folder / "sub" / "target" / "inside", "kept");
   EXPECT_THROW(writeFileAtomically(folder / "sub" / "target", "data"), fs::filesystem_error);
-  EXPECT_EQ(readText(folder / "sub" / "target" / "inside"), "kept");
-  EXPECT_EQ(entriesOf(folder / "sub"), (std::vector<std::string>{"out.txt", "target"}));
+  EXPECT_EQ(entryCount(folder / "sub"), 2);
 }
 
 TEST(UserDefaultsTest, ConfigDirectoryFollowsTheEnvironmentInOrder) {
