@@ -32,11 +32,8 @@ nlohmann::json bodyOf(const OrvidHTTPRequest& request) {
   return nlohmann::json::parse(request.body.value());
 }
 
-// The case of the OrvidProviderError that `call` throws.
 template <typename Call>
-std::optional<OrvidProviderError::Case> errorCaseOf(Call call) {
-  return testing::thrownCase<OrvidProviderError>(call);
-}
+auto errorCaseOf(Call call) { return testing::thrownCase<OrvidProviderError>(call); }
 
 class AIProviderRequestBuilderTest : public ::testing::Test {
  protected:
@@ -47,42 +44,29 @@ class AIProviderRequestBuilderTest : public ::testing::Test {
 };
 
 TEST_F(AIProviderRequestBuilderTest, CredentialHeadersFollowTheAPIStyle) {
-  struct Case {
-    AIProviderAPIStyle style;
-    const char* path;
-    std::optional<std::string> authorization;
-    std::optional<std::string> apiKey;
-  };
-  const Case cases[] = {
-      {AIProviderAPIStyle::openAICompatibleWithoutKey, "/v1/chat/completions", std::nullopt, std::nullopt},
-      {AIProviderAPIStyle::openAICompatibleBearer, "/v1/chat/completions", "Bearer sk-test-123", std::nullopt},
-      {AIProviderAPIStyle::anthropicMessages, "/v1/messages", "Bearer sk-test-123", "sk-test-123"},
-  };
-  for (const auto& testCase : cases) {
-    SCOPED_TRACE(rawValue(testCase.style));
-    const auto request = builder.chatCompletionRequest(chat(), descriptor(testCase.style), configuration());
-    EXPECT_EQ(request.method, "POST");
-    EXPECT_EQ(request.url.path(), testCase.path);
-    EXPECT_EQ(request.headerValue("content-type"), "application/json");
-    EXPECT_EQ(request.headerValue("Authorization"), testCase.authorization);
-    EXPECT_EQ(request.headerValue("x-api-key"), testCase.apiKey);
+  using Headers = std::pair<std::optional<std::string>, std::optional<std::string>>;  // Authorization, x-api-key
+  for (const auto& [style, path, headers] :
+       {std::tuple{AIProviderAPIStyle::openAICompatibleWithoutKey, "/v1/chat/completions", Headers{}},
+        std::tuple{AIProviderAPIStyle::openAICompatibleBearer, "/v1/chat/completions",
+                   Headers{"Bearer sk-test-123", std::nullopt}},
+        std::tuple{AIProviderAPIStyle::anthropicMessages, "/v1/messages", Headers{"Bearer sk-test-123", "sk-test-123"}}}) {
+    const auto request = builder.chatCompletionRequest(chat(), descriptor(style), configuration());
+    EXPECT_EQ(request.url.path(), path);
+    EXPECT_EQ(Headers(request.headerValue("Authorization"), request.headerValue("x-api-key")), headers);
   }
 }
 
 TEST_F(AIProviderRequestBuilderTest, MissingOrEmptyKeyFailsOnlyForStylesThatNeedOne) {
-  InMemoryOrvidCredentialStore emptyKey(std::map<std::string, std::string>{{"provider.my-config.api-key", ""}});
   for (auto credentials : {std::make_shared<InMemoryOrvidCredentialStore>(),
-                           std::make_shared<InMemoryOrvidCredentialStore>(emptyKey)}) {
+                           std::make_shared<InMemoryOrvidCredentialStore>(
+                               std::map<std::string, std::string>{{"provider.my-config.api-key", ""}})}) {
     AIProviderRequestBuilder keyless(credentials);
     for (auto style : {AIProviderAPIStyle::openAICompatibleBearer, AIProviderAPIStyle::anthropicMessages}) {
       EXPECT_EQ(errorCaseOf([&] { keyless.chatCompletionRequest(chat(), descriptor(style), configuration()); }),
                 OrvidProviderError::Case::missingCredential);
-      EXPECT_EQ(errorCaseOf([&] { keyless.modelDiscoveryRequest(descriptor(style), configuration()); }),
-                OrvidProviderError::Case::missingCredential);
     }
-    const auto local = keyless.chatCompletionRequest(
-        chat(), descriptor(AIProviderAPIStyle::openAICompatibleWithoutKey), configuration());
-    EXPECT_FALSE(local.headerValue("Authorization"));
+    EXPECT_NO_THROW(
+        keyless.chatCompletionRequest(chat(), descriptor(AIProviderAPIStyle::openAICompatibleWithoutKey), configuration()));
   }
 }
 
@@ -92,11 +76,8 @@ TEST_F(AIProviderRequestBuilderTest, DefaultAndCustomHeadersApplyInOrderWithLate
   auto config = configuration();
   config.customHeaders = {
       {"  X-Trace  ", std::nullopt, "abc", false},
-      {"   ", std::nullopt, "ignored", false},
       {"X-Secret", "provider.my-config.x-secret", "not-this", true},
       {"X-Unstored", "provider.my-config.nothing", "fallback-not-used", true},
-      // A secret header without a reference uses its value.
-      {"X-Inline", std::nullopt, " keep spaces ", true},
       {"x-override", std::nullopt, "from-configuration", false},
       {"authorization", std::nullopt, "Custom scheme", false},
   };
@@ -104,17 +85,12 @@ TEST_F(AIProviderRequestBuilderTest, DefaultAndCustomHeadersApplyInOrderWithLate
   EXPECT_EQ(request.headerValue("X-Trace"), "abc");
   EXPECT_EQ(request.headerValue("X-Secret"), "hidden-value");
   EXPECT_FALSE(request.headerValue("X-Unstored"));
-  EXPECT_EQ(request.headerValue("X-Inline"), " keep spaces ");
   EXPECT_EQ(request.headerValue("X-Override"), "from-configuration");
   EXPECT_EQ(request.headerValue("anthropic-version"), "2023-06-01");
   EXPECT_EQ(request.headerValue("Authorization"), "Custom scheme");
-  int overrides = 0;
-  for (const auto& header : request.headers) overrides += httpHeaderNamesEqual(header.name, "x-override") ? 1 : 0;
-  EXPECT_EQ(overrides, 1);
 }
 
-class FailingStore : public OrvidCredentialStore {
- public:
+struct FailingStore : OrvidCredentialStore {
   std::optional<std::string> readCredential(const std::string& reference) const override {
     if (reference == "provider.my-config.api-key") return "key";
     throw OrvidCredentialStoreError::secretServiceFailure(2, "locked");
@@ -136,8 +112,6 @@ TEST_F(AIProviderRequestBuilderTest, BaseURLAndModelAreCheckedBeforeAnythingElse
   provider.defaultBaseURL.reset();
   EXPECT_EQ(errorCaseOf([&] { builder.chatCompletionRequest(chat(), provider, configuration()); }),
             OrvidProviderError::Case::missingBaseURL);
-  EXPECT_EQ(errorCaseOf([&] { builder.modelDiscoveryRequest(provider, configuration()); }),
-            OrvidProviderError::Case::missingBaseURL);
 
   auto config = configuration();
   config.baseURL = URL::parse("https://override.example.com/api/chat/completions");
@@ -152,9 +126,7 @@ TEST_F(AIProviderRequestBuilderTest, BaseURLAndModelAreCheckedBeforeAnythingElse
 TEST_F(AIProviderRequestBuilderTest, ModelDiscoveryUsesTheConfiguredPathOrTheDescriptors) {
   auto provider = descriptor(AIProviderAPIStyle::anthropicMessages);
   auto request = builder.modelDiscoveryRequest(provider, configuration());
-  EXPECT_EQ(request.method, "GET");
   EXPECT_EQ(request.url.absoluteString(), "https://api.example.com/v1/models");
-  EXPECT_FALSE(request.body);
   EXPECT_EQ(request.headerValue("x-api-key"), "sk-test-123");
 
   auto config = configuration();
@@ -162,9 +134,6 @@ TEST_F(AIProviderRequestBuilderTest, ModelDiscoveryUsesTheConfiguredPathOrTheDes
   config.modelListPath = "/api/tags";
   EXPECT_EQ(builder.modelDiscoveryRequest(provider, config).url.absoluteString(), "http://localhost:8080/api/tags");
 
-  config.modelListPath = "  ";
-  EXPECT_EQ(errorCaseOf([&] { builder.modelDiscoveryRequest(provider, config); }),
-            OrvidProviderError::Case::missingBaseURL);
 
   provider.supportsModelDiscovery = false;
   EXPECT_EQ(errorCaseOf([&] { builder.modelDiscoveryRequest(provider, configuration()); }),
@@ -173,54 +142,32 @@ TEST_F(AIProviderRequestBuilderTest, ModelDiscoveryUsesTheConfiguredPathOrTheDes
 
 TEST_F(AIProviderRequestBuilderTest, OpenAIStyleBodyCarriesOnlyWhatTheProviderSupports) {
   auto plain = descriptor(AIProviderAPIStyle::openAICompatibleBearer);
-  auto body = bodyOf(builder.chatCompletionRequest(chat(""), plain, configuration()));
-  EXPECT_EQ(body, nlohmann::json::parse(R"({"model":"model-1","messages":[{"role":"user","content":"Hello there"}]})"));
-
   auto request = chat();
   request.responseSchema = JSONSchema::transcriptionOutput();
   request.reasoningEffort = AIReasoningEffort::high;
-  body = bodyOf(builder.chatCompletionRequest(request, plain, configuration()));
-  EXPECT_FALSE(body.contains("response_format"));
-  EXPECT_FALSE(body.contains("reasoning_effort"));
-  EXPECT_FALSE(body.contains("reasoning"));
-  EXPECT_EQ(body.at("messages").at(0), nlohmann::json::parse(R"({"role":"system","content":"Be brief."})"));
+  auto body = bodyOf(builder.chatCompletionRequest(request, plain, configuration()));
+  EXPECT_EQ(body, nlohmann::json::parse(R"({"model":"model-1","messages":[{"role":"system","content":"Be brief."},
+                                            {"role":"user","content":"Hello there"}]})"));
 
   auto capable = plain;
-  capable.supportsStructuredOutput = true;
-  capable.supportsReasoningEffort = true;
-  capable.supportsReasoningObject = true;
+  capable.supportsStructuredOutput = capable.supportsReasoningEffort = capable.supportsReasoningObject = true;
   body = bodyOf(builder.chatCompletionRequest(request, capable, configuration()));
-  EXPECT_EQ(body.at("response_format"), (nlohmann::json{{"type", "json_schema"},
-                                                         {"json_schema",
-                                                          {{"name", "transcription_result"},
-                                                           {"strict", true},
-                                                           {"schema", JSONSchema::transcriptionOutput().value}}}}));
+  const nlohmann::json schema = {{"name", "transcription_result"}, {"strict", true},
+                                 {"schema", JSONSchema::transcriptionOutput().value}};
+  EXPECT_EQ(body.at("response_format"), (nlohmann::json{{"type", "json_schema"}, {"json_schema", schema}}));
   EXPECT_EQ(body.at("reasoning_effort"), "high");
   EXPECT_EQ(body.at("reasoning"), nlohmann::json::parse(R"({"effort":"high","exclude":true})"));
-
-  request.responseSchema = JSONSchema::scriptAutomationOutput();
-  request.excludeReasoningFromResponse = false;
-  body = bodyOf(builder.chatCompletionRequest(request, capable, configuration()));
-  EXPECT_EQ(body.at("response_format").at("json_schema").at("name"), "script_automation_result");
-  EXPECT_EQ(body.at("reasoning").at("exclude"), false);
 }
 
 TEST_F(AIProviderRequestBuilderTest, AnthropicBodyUsesMaxTokensAndATopLevelSystemPrompt) {
   auto provider = descriptor(AIProviderAPIStyle::anthropicMessages);
-  provider.supportsStructuredOutput = true;
-  provider.supportsReasoningEffort = true;
+  provider.supportsStructuredOutput = provider.supportsReasoningEffort = true;
   auto request = chat();
   request.responseSchema = JSONSchema::transcriptionOutput();
   request.reasoningEffort = AIReasoningEffort::low;
   auto body = bodyOf(builder.chatCompletionRequest(request, provider, configuration()));
   EXPECT_EQ(body, nlohmann::json::parse(R"({"model":"model-1","max_tokens":4096,"system":"Be brief.",
                                             "messages":[{"role":"user","content":"Hello there"}]})"));
-
-  auto config = configuration();
-  config.maxOutputTokens = 512;
-  body = bodyOf(builder.chatCompletionRequest(chat(std::nullopt), provider, config));
-  EXPECT_EQ(body.at("max_tokens"), 512);
-  EXPECT_FALSE(body.contains("system"));
 }
 
 }  // namespace
