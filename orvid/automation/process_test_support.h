@@ -21,6 +21,8 @@
 
 #include <gtest/gtest.h>
 
+#include "orvid/automation/process_tree.h"
+
 #include "orvid/platform/temporary_directory.h"
 
 namespace orvid::testing {
@@ -83,18 +85,8 @@ inline std::optional<pid_t> readPidFromFifo(const std::filesystem::path& path,
 // The processes (zombies included) whose parent is `parent`.
 inline std::vector<pid_t> childrenOf(pid_t parent) {
   std::vector<pid_t> children;
-  std::error_code error;
-  for (const auto& entry : std::filesystem::directory_iterator("/proc", error)) {
-    const std::string name = entry.path().filename().string();
-    if (name.empty() || name.find_first_not_of("0123456789") != std::string::npos) continue;
-    std::string stat = readFile(entry.path() / "stat");
-    // "pid (comm) state ppid ...": comm may hold spaces and parentheses.
-    auto close = stat.rfind(')');
-    if (close == std::string::npos) continue;
-    std::istringstream rest(stat.substr(close + 1));
-    char state = 0;
-    long ppid = 0;
-    if (rest >> state >> ppid && ppid == parent) children.push_back(static_cast<pid_t>(std::stol(name)));
+  for (const auto& process : runningProcesses()) {
+    if (process.parent == parent) children.push_back(process.pid);
   }
   return children;
 }

@@ -175,20 +175,14 @@ bool carriesCredentials(const OrvidHTTPRequest& request) {
 
 int effectivePort(const URL& url) { return url.port().value_or(url.scheme() == "https" ? 443 : 80); }
 
-std::string lowerASCII(std::string text) {
-  for (char& c : text) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
-  return text;
-}
-
 bool sameOrigin(const URL& a, const URL& b) {
-  return lowerASCII(a.scheme()) == lowerASCII(b.scheme()) && lowerASCII(a.host()) == lowerASCII(b.host()) &&
+  using internal::lowercaseASCII;
+  return lowercaseASCII(a.scheme()) == lowercaseASCII(b.scheme()) && lowercaseASCII(a.host()) == lowercaseASCII(b.host()) &&
          effectivePort(a) == effectivePort(b);
 }
 
 std::string origin(const URL& url) {
-  return lowerASCII(url.scheme()) + "://" + url.host() + ":" + std::to_string(effectivePort(url));
+  return internal::lowercaseASCII(url.scheme()) + "://" + url.host() + ":" + std::to_string(effectivePort(url));
 }
 
 constexpr int maximumRedirects = 16;

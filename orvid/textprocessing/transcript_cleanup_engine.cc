@@ -25,6 +25,8 @@
 #include "orvid/core/corelib/text/autocorrect_rules.h"
 #include "orvid/core/corelib/text/inverse_text_normalizer.h"
 #include "orvid/core/corelib/text/opencc.h"
+#include "orvid/platform/internal/hash.h"
+#include "orvid/platform/internal/text.h"
 #include "orvid/platform/user_defaults.h"
 #include "orvid/textprocessing/prompt_output_parser.h"
 #include "orvid/textprocessing/text_support.h"
@@ -137,7 +139,7 @@ class CharacterUnits {
     // neither letters nor digits.
     if (ascii && (matchingForm || text.find("\r\n") == std::string_view::npos)) {
       for (char c : text) {
-        char lower = matchingForm && c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+        char lower = matchingForm ? internal::lowercaseASCII(c) : c;
         bool keep = !matchingForm || (lower >= 'a' && lower <= 'z') || (lower >= '0' && lower <= '9');
         if (keep) result.push_back(static_cast<char32_t>(static_cast<unsigned char>(lower)));
       }
@@ -571,7 +573,7 @@ class DictionaryPass {
     if (textIsASCII() && isASCII(form)) {
       // Between ASCII texts, ignoring case only pairs A-Z with a-z.
       std::string loweredForm(form);
-      for (char& c : loweredForm) c = lowerASCII(c);
+      for (char& c : loweredForm) c = internal::lowercaseASCII(c);
       const std::string& lowered = loweredText();
       size_t at = lowered.find(loweredForm);
       if (at == std::string::npos) return;
@@ -634,8 +636,6 @@ class DictionaryPass {
   std::string take() { return std::move(text_); }
 
  private:
-  static char lowerASCII(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
-
   void replaceText(std::string text) {
     text_ = std::move(text);
     ascii_.reset();
@@ -653,7 +653,7 @@ class DictionaryPass {
   const std::string& loweredText() {
     if (!lowered_) {
       lowered_ = text_;
-      for (char& c : *lowered_) c = lowerASCII(c);
+      for (char& c : *lowered_) c = internal::lowercaseASCII(c);
     }
     return *lowered_;
   }
@@ -845,12 +845,12 @@ double TranscriptCleanupEngine::similarity(std::string_view a, std::string_view 
 
 size_t std::hash<orvid::TranscriptCleanupConfiguration>::operator()(
     const orvid::TranscriptCleanupConfiguration& configuration) const noexcept {
+  using orvid::internal::hashCombined;
   size_t seed = 0;
-  auto combine = [&seed](size_t value) { seed ^= value + 0x9e3779b97f4a7c15ULL + (seed << 6) + (seed >> 2); };
-  for (const std::string& term : configuration.dictionaryTerms) combine(std::hash<std::string>{}(term));
-  combine(configuration.dictionaryContext ? std::hash<std::string>{}(*configuration.dictionaryContext) : 0x51);
-  combine(std::hash<double>{}(configuration.wordCorrectionThreshold));
-  combine(configuration.removesFillers ? 1 : 2);
-  combine(configuration.collapsesStutters ? 3 : 4);
-  return seed;
+  for (const std::string& term : configuration.dictionaryTerms) seed = hashCombined(seed, std::hash<std::string>{}(term));
+  seed = hashCombined(seed, configuration.dictionaryContext ? std::hash<std::string>{}(*configuration.dictionaryContext)
+                                                            : 0x51);
+  seed = hashCombined(seed, std::hash<double>{}(configuration.wordCorrectionThreshold));
+  seed = hashCombined(seed, configuration.removesFillers ? 1 : 2);
+  return hashCombined(seed, configuration.collapsesStutters ? 3 : 4);
 }

@@ -91,12 +91,12 @@ expect_clean() {
 zwsp=$(printf '\xe2\x80\x8b')
 expect_clean "clean everything off" "um I I like it" " ${zwsp}um   I I${zwsp}  like it "
 expect_clean "clean stdin" "from standard input" --fillers --file - <<<'uh  from   standard input'
+printf 'hello' >"$work/transcript.txt"
 expect_error "clean text and file" clean "hello" --file "$work/transcript.txt"
 
 # ----- The loopback service: speech-to-text and chat, OpenAI-compatible -----
-# /broken/ fails quoting the key; /unsure/ transcribes with low confidence; keys must
-# be right and uploads need one. Chat model "echo" echoes, "alternatives" lists two,
-# others answer in the cleanup prompts' JSON shape. Requests are logged as JSON lines.
+# /broken/ fails quoting the key; keys must be right and uploads need one. Chat model
+# "echo" echoes, others answer in the cleanup prompts' JSON shape. Requests are logged.
 log="$work/requests.jsonl"
 cat >"$work/service.py" <<'PY'
 import json, sys
@@ -129,13 +129,9 @@ class Handler(BaseHTTPRequestHandler):
         if chat is None:
             german = b'name="language"\r\n\r\nde\r\n' in body
             answer = {"text": " open the Downloads folder , please" + (" auf Deutsch" if german else "") + " "}
-            if self.path.startswith("/unsure/"):
-                answer["confidence"] = 0.42
             return self.reply(200, answer)
         spoken = chat["messages"][-1]["content"]
-        alternatives = [{"text": "Hi.", "start": 0, "end": 5}, {"text": "Hello.", "start": 0, "end": 5}]
-        content = {"echo": "echo: " + spoken, "alternatives": "```json\n" + json.dumps(alternatives) + "\n```"
-                   }.get(chat["model"], json.dumps({"transcription": "In Finder: " + spoken}))
+        content = {"echo": "echo: " + spoken}.get(chat["model"], json.dumps({"transcription": "In Finder: " + spoken}))
         self.reply(200, {"choices": [{"message": {"role": "assistant", "content": content}}],
                          "usage": {"prompt_tokens": 12, "completion_tokens": 4}})
 
