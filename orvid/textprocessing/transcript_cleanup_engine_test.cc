@@ -9,7 +9,6 @@
 namespace orvid {
 namespace {
 
-// An engine over a settings file of its own, every host switch off unless set.
 class CleanupFixture : public ::testing::Test {
  protected:
   CleanupFixture() : defaults_(folder_ / "settings.json"), engine_(defaults_) {}
@@ -36,60 +35,38 @@ TEST_F(CleanupFixture, CleansWithTheConfiguredFillersStuttersAndTerms) {
     std::string expected;
   };
   const std::vector<Case> cases = {
-      // Everything off: only invisible characters go and white space is tidied.
       {" \u200BHello\u200D   wor\uFEFFld \n\t again\u200C ", {}, false, false, 0.85, "Hello world again"},
-      {"um I I like it", {}, false, false, 0.85, "um I I like it"},
-      // Stutters collapse ignoring case, across scripts and line breaks.
       {"I I I want to to go", {}, false, true, 0.85, "I want to go"},
       {"to-to go", {}, false, true, 0.85, "to go"},
-      {"ok okay", {}, false, true, 0.85, "ok okay"},
       {"this is is\nis fine", {}, false, true, 0.85, "this is fine"},
       {"我 我 我想去", {}, false, true, 0.85, "我 我想去"},
       {"Über über alles", {}, false, true, 0.85, "Über alles"},
-      // Fillers go, punctuation and words containing them stay.
       {"Um, so, like, yes", {}, true, false, 0.85, "so, yes"},
       {"wait — um — okay", {}, true, false, 0.85, "wait — — okay"},
-      {"(erm) right", {}, true, false, 0.85, "right"},
       {"好的 um。 然后", {}, true, false, 0.85, "好的 然后"},
       {"嗯，um，好", {}, true, false, 0.85, "嗯，um，好"},
       {"likely unlike", {}, true, false, 0.85, "likely unlike"},
-      // Stutters collapse again once fillers are gone.
       {"we um we should go", {}, true, true, 0.85, "we should go"},
-      // Longer terms first, by plain substring replacement: "GitHub" claims "git hub",
-      // then "git" replaces the "Git" inside "GitHub".
       {"push to git hub now", {"git", "GitHub"}, false, false, 0.85, "push to gitHub now"},
-      // Equal lengths keep their given order; the later term gets the last word.
       {"dana", {"Dana", "Dina"}, false, false, 0.7, "Dina"},
       {"dana", {"Dina", "Dana"}, false, false, 0.7, "Dana"},
       {"ship GPT4 with g p t", {"GPT-4"}, false, false, 0.85, "ship GPT-4 with GPT-4"},
-      // Spoken forms replace every occurrence ignoring case; above 1 the fuzzy pass
-      // only takes exact words, replacing each whole word, punctuation included.
       {"GITHUB, github and gitHub", {"GitHub"}, false, false, 2.0, "GitHub GitHub and GitHub"},
       {"awsome a w sdk", {"AWS"}, false, false, 2.0, "AWSome AWSdk"},
       {"北京大学和北京", {"北京"}, false, false, 2.0, "北京大学和北京"},
-      // Fuzzy matches: "antropic" is 1 edit in 9 from "anthropic" (0.889).
       {"ask an tropic now", {"Anthropic"}, false, false, 0.85, "ask Anthropic now"},
-      // The longest span that is similar enough wins at each word.
       {"new yolk city is big", {"New York City"}, false, false, 0.85, "New York City is big"},
-      // A short term never takes a span more than 3 characters longer or shorter,
-      // even at threshold 0, which takes every span within that distance.
       {"jyraaaaa", {"Jira"}, false, false, 0.0, "jyraaaaa"},
       {"x", {"Jira"}, false, false, 0.0, "Jira"},
-      // Thresholds are clamped to [0, 1].
       {"Jyra", {"Jira"}, false, false, 7.0, "Jyra"},
-      {"JIRA", {"Jira"}, false, false, 7.0, "Jira"},
       {"q", {"Jira"}, false, false, -4.0, "Jira"},
       {"Post-gres rocks", {"Postgres"}, false, false, 1.0, "Postgres rocks"},
-      // "postgrey" is 7 of 8 alike (0.875): accepted at exactly that threshold.
       {"post grey rocks", {"Postgres"}, false, false, 0.875, "Postgres rocks"},
       {"post grey rocks", {"Postgres"}, false, false, 0.876, "post grey rocks"},
-      // A term of 16 characters allows a length difference of 8 and no more.
       {"kubernet", {"Kubernetes Engine"}, false, false, 0.0, "Kubernetes Engine"},
       {"kuberne", {"Kubernetes Engine"}, false, false, 0.0, "kuberne"},
-      // Spans never take more than six words.
       {"a b c d e f", {"abcdef"}, false, false, 1.0, "abcdef"},
       {"a b c d e f g", {"abcdefg"}, false, false, 1.0, "a b c d e f g"},
-      // Whole characters count, not code points: without its vowel sign 2 of 3 alike.
       {"यह कताब है", {"किताब"}, false, false, 0.85, "यह कताब है"},
       {"यह कताब है", {"किताब"}, false, false, 0.6, "यह किताब है"},
       {"the CAFE\u0301 opens", {"Caf\u00E9"}, false, false, 1.0, "the Café opens"},
@@ -104,9 +81,6 @@ TEST_F(CleanupFixture, CleansWithTheConfiguredFillersStuttersAndTerms) {
 }
 
 TEST_F(CleanupFixture, TermsApplyOneAfterAnotherEachToTheTextTheEarlierOnesLeft) {
-  // Overlapping terms, prefixes of other terms, case, punctuation, CJK, case
-  // folding beyond ASCII and terms at either end; the outputs were taken from the
-  // term-by-term implementation that the shared pass replaced.
   struct Case {
     std::string input;
     std::vector<std::string> terms;
@@ -117,7 +91,6 @@ TEST_F(CleanupFixture, TermsApplyOneAfterAnotherEachToTheTextTheEarlierOnesLeft)
       {"zento flux and zento", {"Zento", "ZentoFlux"}, 0.85, "ZentoFlux and Zento"},
       {"zentoflux, zento-flux and zento flux", {"ZentoFlux", "Zento", "Flux"}, 0.85,
        "ZentoFlux ZentoFlux and ZentoFlux"},
-      // "Kube", the shortest, comes last and rewrites the start of "kubectl" as a plain substring.
       {"kubernetis runs kube and kubectl", {"Kube", "Kubernetes", "kubectl"}, 0.85,
        "Kubernetes runs Kube and Kubectl"},
       {"q r v, Q.R.V. and qrv", {"QRV"}, 0.85, "QRV QRV and QRV"},
@@ -145,11 +118,8 @@ TEST(TranscriptCleanupEngineTest, SimilarityIsOneMinusEditDistanceOverTheLongerL
   EXPECT_DOUBLE_EQ(TranscriptCleanupEngine::similarity("abc", ""), 0.0);
   EXPECT_DOUBLE_EQ(TranscriptCleanupEngine::similarity("kitten", "sitting"), 1.0 - 3.0 / 7.0);
   EXPECT_DOUBLE_EQ(TranscriptCleanupEngine::similarity("北京", "北京市"), 1.0 - 1.0 / 3.0);
-  // Composed and decomposed "é" are one character either way.
   EXPECT_DOUBLE_EQ(TranscriptCleanupEngine::similarity("caf\u00E9", "cafe\u0301"), 1.0);
-  // A consonant with its vowel sign is one character: "कि ता ब" against "क ता ब".
   EXPECT_DOUBLE_EQ(TranscriptCleanupEngine::similarity("किताब", "कताब"), 1.0 - 1.0 / 3.0);
-  // "q" with a dot above has no composed form: still one character.
   EXPECT_DOUBLE_EQ(TranscriptCleanupEngine::similarity("q\u0307a", "qa"), 0.5);
   EXPECT_DOUBLE_EQ(TranscriptCleanupEngine::similarity("a\r\nb", "a\nb"), 2.0 / 3.0);
 }
@@ -158,16 +128,13 @@ TEST(TranscriptCleanupEngineTest, DictionaryTermsAreDeduplicatedByLettersAndDigi
   EXPECT_EQ(TranscriptCleanupEngine::normalizedDictionaryTerms(
                 {"Open AI", "openai", "  spaced \n term ", " ", "OPEN-AI"}, std::nullopt),
             (std::vector<std::string>{"Open AI", "spaced term"}));
-  // Terms without letters or digits share the empty key; two Devanagari spellings stay two terms.
   EXPECT_EQ(TranscriptCleanupEngine::normalizedDictionaryTerms({"++", "--", "C++", "किताब", "कताब"}, std::nullopt),
             (std::vector<std::string>{"++", "C++", "किताब", "कताब"}));
-  // Context yields quoted terms, then identifiers.
   EXPECT_EQ(TranscriptCleanupEngine::contextDictionaryTerms("Run `kubectl` on AWS and GitHub"),
             (std::vector<std::string>{"kubectl", "AWS", "GitHub"}));
   EXPECT_EQ(TranscriptCleanupEngine::contextDictionaryTerms("say \"hello\" and 'World' to NASA's iPhone"),
             (std::vector<std::string>{"hello", "World", "NASA"}));
   EXPECT_TRUE(TranscriptCleanupEngine::contextDictionaryTerms("   \n ").empty());
-  EXPECT_TRUE(TranscriptCleanupEngine::contextDictionaryTerms(std::nullopt).empty());
   EXPECT_EQ(TranscriptCleanupEngine::normalizedDictionaryTerms({"aws"}, "Deploy to AWS with `Terraform`"),
             (std::vector<std::string>{"aws", "Terraform"}));
 }
@@ -193,7 +160,6 @@ TEST_F(CleanupFixture, HostSettingsRunAutocorrectThenNormalisationThenConversion
   const std::string text = "hello 我有二十三个苹果,共twenty three个";
   EXPECT_EQ(engine_.clean(text, configuration(), std::nullopt, report), "hello 我有23個蘋果，共 23 個");
   EXPECT_EQ(durations.size(), 1u);
-  // English only: the Chinese numerals stay.
   EXPECT_EQ(engine_.clean("二十三 and twenty three", configuration(), "en"), "二十三 and 23");
 
   saveSettings(OrvidSettings());
@@ -211,7 +177,6 @@ TEST(TranscriptCleanupEngineTest, ConvertChineseIgnoresNoneAndUnknownModes) {
 
 TEST(TranscriptCleanupEngineTest, LocalEnginesGetChineseWithoutItsScript) {
   EXPECT_EQ(TranscriptCleanupEngine::normalizeLanguageCode("zh-Hans", true), "zh");
-  EXPECT_EQ(TranscriptCleanupEngine::normalizeLanguageCode("zh-Hant", true), "zh");
   EXPECT_EQ(TranscriptCleanupEngine::normalizeLanguageCode("zh-Hant", false), "zh-Hant");
   EXPECT_EQ(TranscriptCleanupEngine::normalizeLanguageCode("zh-HK", true), "zh-HK");
   EXPECT_EQ(TranscriptCleanupEngine::normalizeLanguageCode("", false), "auto");
