@@ -25,15 +25,9 @@ std::size_t wordCount(const std::string& text) {
   return count;
 }
 
-// The text of a message's content, which the clients send as a string.
-std::optional<std::string> contentText(const json& content) {
-  return content.is_string() ? std::optional(content.get<std::string>()) : std::nullopt;
-}
-
 std::optional<json> jsonObjectBody(const LoopbackRequest& request) {
-  if (!request.header("Content-Type").value_or("").starts_with("application/json")) return std::nullopt;
   auto parsed = json::parse(request.body, nullptr, false);
-  if (parsed.is_discarded() || !parsed.is_object()) return std::nullopt;
+  if (!request.header("Content-Type").value_or("").starts_with("application/json") || !parsed.is_object()) return {};
   return parsed;
 }
 
@@ -41,12 +35,9 @@ bool nonEmptyString(const json& object, const char* key) {
   return object.contains(key) && object[key].is_string() && !object[key].get<std::string>().empty();
 }
 
-// ----- OpenAI -----
-
 LoopbackReply openAIError(int status, const std::string& message, const std::string& type,
                           const json& code = nullptr) {
-  return makeReply(status, json{{"error", {{"message", message}, {"type", type}, {"param", nullptr}, {"code", code}}}}
-                               .dump());
+  return makeReply(status, json{{"error", {{"message", message}, {"type", type}, {"code", code}}}}.dump());
 }
 
 LoopbackReply openAIBadRequest(const std::string& message) {
@@ -56,9 +47,7 @@ LoopbackReply openAIBadRequest(const std::string& message) {
 std::optional<LoopbackReply> openAIAuthenticationFailure(const LoopbackRequest& request,
                                                          const LoopbackOpenAIService::Options& options) {
   auto authorization = request.header("Authorization").value_or("");
-  if (!authorization.starts_with("Bearer ")) {
-    return openAIError(401, "You didn't provide an API key.", "invalid_request_error");
-  }
+  if (!authorization.starts_with("Bearer ")) return openAIError(401, "No API key.", "invalid_request_error");
   std::string key = authorization.substr(7);
   if (key == options.apiKey) return std::nullopt;
   std::string masked = key.size() > 8 ? key.substr(0, 3) + std::string(key.size() - 7, '*') + key.substr(key.size() - 4)
@@ -66,10 +55,7 @@ std::optional<LoopbackReply> openAIAuthenticationFailure(const LoopbackRequest& 
   return openAIError(401, "Incorrect API key provided: " + masked + ".", "invalid_request_error", "invalid_api_key");
 }
 
-LoopbackReply openAIScenarioFailure(LoopbackScenario scenario) {
-  if (scenario == LoopbackScenario::serverError) {
-    return openAIError(500, "The server had an error while processing your request.", "server_error");
-  }
+LoopbackReply openAIRateLimited() {
   LoopbackReply reply = openAIError(429, "Rate limit reached for requests.", "requests", "rate_limit_exceeded");
   reply.headers = {{"retry-after", "1"}};
   return reply;
@@ -85,9 +71,7 @@ LoopbackReply transcriptionAnswer(const LoopbackRequest& request, const Loopback
   if (model == nullptr || model->content.empty()) return openAIBadRequest("you must provide a model parameter");
   const auto* file = request.part("file");
   if (file == nullptr || !file->filename.ends_with(".wav")) return openAIBadRequest("Invalid file format.");
-  if (auto problem = wavProblem(file->content)) {
-    return openAIBadRequest("Audio file might be corrupted or unsupported: " + *problem);
-  }
+  if (auto problem = wavProblem(file->content)) return openAIBadRequest("Audio file is corrupted: " + *problem);
   const auto* language = request.part("language");
   if (language != nullptr && !std::regex_match(language->content, std::regex("[a-z]{2,3}"))) {
     return openAIBadRequest("Invalid language '" + language->content + "'. Use ISO-639-1 format.");
@@ -105,9 +89,7 @@ LoopbackReply chatAnswer(const LoopbackRequest& request, const LoopbackOpenAISer
   }
   if (!nonEmptyString(*body, "model")) return openAIBadRequest("you must provide a model parameter");
   const json messages = body->value("messages", json());
-  if (!messages.is_array() || messages.empty()) {
-    return openAIBadRequest("Invalid 'messages': expected a non-empty array.");
-  }
+  if (!messages.is_array() || messages.empty()) return openAIBadRequest("Invalid 'messages': expected an array.");
   static const std::set<std::string> roles = {"system", "developer", "user", "assistant", "tool"};
   std::size_t promptTokens = 0;
   for (const json& message : messages) {
@@ -115,9 +97,10 @@ LoopbackReply chatAnswer(const LoopbackRequest& request, const LoopbackOpenAISer
         !roles.contains(message["role"].get<std::string>())) {
       return openAIBadRequest("Invalid value for 'messages[].role'.");
     }
-    auto text = message.contains("content") ? contentText(message["content"]) : std::nullopt;
-    if (!text) return openAIBadRequest("Invalid type for 'messages[].content'.");
-    promptTokens += wordCount(*text);
+    if (!message.contains("content") || !message["content"].is_string()) {
+      return openAIBadRequest("Invalid type for 'messages[].content'.");
+    }
+    promptTokens += wordCount(message["content"]);
   }
   std::string content = options.chatReply;
   if (body->contains("response_format")) {
@@ -139,20 +122,11 @@ LoopbackReply chatAnswer(const LoopbackRequest& request, const LoopbackOpenAISer
     }
   }
   const std::size_t completionTokens = wordCount(options.chatReply);
-  return makeReply(200, json{{"id", "chatcmpl-loopback"},
-                             {"object", "chat.completion"},
-                             {"model", (*body)["model"]},
-                             {"choices", json::array({{{"index", 0},
-                                                       {"message", {{"role", "assistant"}, {"content", content}}},
-                                                       {"finish_reason", "stop"}}})},
-                             {"usage",
-                              {{"prompt_tokens", promptTokens},
-                               {"completion_tokens", completionTokens},
-                               {"total_tokens", promptTokens + completionTokens}}}}
-                            .dump());
+  const json choice = {{"index", 0}, {"message", {{"role", "assistant"}, {"content", content}}}, {"finish_reason", "stop"}};
+  const json usage = {{"prompt_tokens", promptTokens}, {"completion_tokens", completionTokens}};
+  return makeReply(200, json{{"object", "chat.completion"}, {"model", (*body)["model"]},
+                             {"choices", json::array({choice})}, {"usage", usage}}.dump());
 }
-
-// ----- Anthropic -----
 
 LoopbackReply anthropicError(int status, const std::string& type, const std::string& message) {
   return makeReply(status, json{{"type", "error"}, {"error", {{"type", type}, {"message", message}}}}.dump());
@@ -162,8 +136,7 @@ LoopbackReply anthropicBadRequest(const std::string& message) {
   return anthropicError(400, "invalid_request_error", message);
 }
 
-LoopbackReply anthropicScenarioFailure(LoopbackScenario scenario) {
-  if (scenario == LoopbackScenario::serverError) return anthropicError(500, "api_error", "Internal server error");
+LoopbackReply anthropicRateLimited() {
   LoopbackReply reply = anthropicError(429, "rate_limit_error", "This request would exceed the rate limit.");
   reply.headers = {{"retry-after", "1"}};
   return reply;
@@ -178,9 +151,7 @@ std::optional<LoopbackReply> anthropicAuthenticationFailure(const LoopbackReques
 }
 
 LoopbackReply messagesAnswer(const LoopbackRequest& request, const LoopbackAnthropicService::Options& options) {
-  if (request.header("anthropic-version") != "2023-06-01") {
-    return anthropicBadRequest("anthropic-version: header is required");
-  }
+  if (request.header("anthropic-version") != "2023-06-01") return anthropicBadRequest("anthropic-version: header is required");
   auto body = jsonObjectBody(request);
   if (!body) return anthropicBadRequest("The request body is not valid JSON.");
   static const std::set<std::string> known = {"model",       "max_tokens", "messages", "system", "metadata",
@@ -190,13 +161,9 @@ LoopbackReply messagesAnswer(const LoopbackRequest& request, const LoopbackAnthr
   }
   if (!nonEmptyString(*body, "model")) return anthropicBadRequest("model: Field required");
   const json maxTokens = body->value("max_tokens", json());
-  if (!maxTokens.is_number_integer() || maxTokens.get<long long>() < 1) {
-    return anthropicBadRequest("max_tokens: Field required");
-  }
+  if (!maxTokens.is_number_integer() || maxTokens < 1) return anthropicBadRequest("max_tokens: Field required");
   const json messages = body->value("messages", json());
-  if (!messages.is_array() || messages.empty()) {
-    return anthropicBadRequest("messages: at least one message is required");
-  }
+  if (!messages.is_array() || messages.empty()) return anthropicBadRequest("messages: at least one is required");
   std::size_t inputTokens = 0;
   for (std::size_t i = 0; i < messages.size(); ++i) {
     const json& message = messages[i];
@@ -205,19 +172,16 @@ LoopbackReply messagesAnswer(const LoopbackRequest& request, const LoopbackAnthr
       return anthropicBadRequest("messages." + std::to_string(i) + ".role: Input should be 'user' or 'assistant', "
                                  "starting with 'user'");
     }
-    auto text = message.contains("content") ? contentText(message["content"]) : std::nullopt;
-    if (!text) return anthropicBadRequest("messages." + std::to_string(i) + ".content: Field required");
-    inputTokens += wordCount(*text);
+    if (!message.contains("content") || !message["content"].is_string()) {
+      return anthropicBadRequest("messages." + std::to_string(i) + ".content: Field required");
+    }
+    inputTokens += wordCount(message["content"]);
   }
   if (body->contains("system")) {
-    auto text = contentText((*body)["system"]);
-    if (!text) return anthropicBadRequest("system: Input should be a valid string or list of text blocks");
-    inputTokens += wordCount(*text);
+    if (!(*body)["system"].is_string()) return anthropicBadRequest("system: Input should be a valid string");
+    inputTokens += wordCount((*body)["system"]);
   }
-  return makeReply(200, json{{"id", "msg_loopback"},
-                             {"type", "message"},
-                             {"role", "assistant"},
-                             {"model", (*body)["model"]},
+  return makeReply(200, json{{"type", "message"}, {"role", "assistant"}, {"model", (*body)["model"]},
                              {"content", json::array({{{"type", "text"}, {"text", options.reply}}})},
                              {"stop_reason", "end_turn"},
                              {"usage", {{"input_tokens", inputTokens}, {"output_tokens", wordCount(options.reply)}}}}
@@ -225,13 +189,13 @@ LoopbackReply messagesAnswer(const LoopbackRequest& request, const LoopbackAnthr
 }
 
 // A route that authenticates, then answers the way the current scenario says.
-template <typename Options, typename Authenticate, typename Answer, typename Failure>
+template <typename Options, typename Authenticate, typename Answer>
 LoopbackHTTPServer::Handler route(std::shared_ptr<std::atomic<LoopbackScenario>> scenario, Options options,
-                                  Authenticate authenticate, Answer answer, Failure failure) {
+                                  Authenticate authenticate, Answer answer, LoopbackReply (*rateLimited)()) {
   return [=](const LoopbackRequest& request) {
     if (auto refusal = authenticate(request, options)) return *refusal;
     const LoopbackScenario now = scenario->load();
-    if (now == LoopbackScenario::rateLimited || now == LoopbackScenario::serverError) return failure(now);
+    if (now == LoopbackScenario::rateLimited) return rateLimited();
     LoopbackReply reply = answer(request, options);
     if (now == LoopbackScenario::slowAnswer) reply.delay = options.slowAnswerDelay;
     reply.dropConnection = now == LoopbackScenario::dropConnection;
@@ -272,15 +236,15 @@ std::optional<std::string> wavProblem(const std::string& bytes) {
 LoopbackOpenAIService::LoopbackOpenAIService(LoopbackHTTPServer& server, Options options)
     : LoopbackService(server, options.pathPrefix) {
   server.route("POST", options.pathPrefix + "/audio/transcriptions",
-               route(scenario_, options, openAIAuthenticationFailure, transcriptionAnswer, openAIScenarioFailure));
+               route(scenario_, options, openAIAuthenticationFailure, transcriptionAnswer, openAIRateLimited));
   server.route("POST", options.pathPrefix + "/chat/completions",
-               route(scenario_, options, openAIAuthenticationFailure, chatAnswer, openAIScenarioFailure));
+               route(scenario_, options, openAIAuthenticationFailure, chatAnswer, openAIRateLimited));
 }
 
 LoopbackAnthropicService::LoopbackAnthropicService(LoopbackHTTPServer& server, Options options)
     : LoopbackService(server, options.pathPrefix) {
   server.route("POST", options.pathPrefix + "/messages",
-               route(scenario_, options, anthropicAuthenticationFailure, messagesAnswer, anthropicScenarioFailure));
+               route(scenario_, options, anthropicAuthenticationFailure, messagesAnswer, anthropicRateLimited));
 }
 
 }  // namespace orvid::testing

@@ -10,27 +10,15 @@
 
 namespace orvid::testing {
 
-// How a fake service answers its next requests.
-enum class LoopbackScenario {
-  // Checks the request the way the service does and answers like it.
-  answer,
-  // 429 with the service's rate-limit error body and a "retry-after" header.
-  rateLimited,
-  // 500 with the service's server-error body.
-  serverError,
-  // The normal answer, after the service's slow-answer delay.
-  slowAnswer,
-  // The normal answer's status and header fields and half of its body, then the
-  // connection closes.
-  dropConnection,
-};
+// How a fake service answers its next requests: checked and answered like the
+// real service; 429 with "retry-after"; the answer after the slow-answer delay;
+// or the answer cut off halfway through its body.
+enum class LoopbackScenario { answer, rateLimited, slowAnswer, dropConnection };
 
-// A fake cloud service on a loopback server. Its routes stay installed when the
-// object goes.
+// A fake cloud service on a loopback server. Its routes outlive the object.
 class LoopbackService {
  public:
   void setScenario(LoopbackScenario scenario) { scenario_->store(scenario); }
-  // The server's URL followed by the path prefix, e.g. "http://127.0.0.1:40123/v1".
   const std::string& baseURL() const { return baseURL_; }
 
  protected:
@@ -42,16 +30,13 @@ class LoopbackService {
   std::string baseURL_;
 };
 
-// The OpenAI endpoints "POST {prefix}/audio/transcriptions" (multipart/form-data
-// with "file", "model" and the optional "language", "prompt", "temperature";
-// answered in the json format) and "POST {prefix}/chat/completions", checked and
-// answered as the public API reference describes them, with bearer authentication.
+// OpenAI's "POST {prefix}/audio/transcriptions" (multipart) and
+// "POST {prefix}/chat/completions", with bearer authentication.
 struct LoopbackOpenAIServiceOptions {
   std::string pathPrefix = "/v1";
   std::string apiKey = "sk-loopback-openai-key";
   std::string transcript = "Hello from the loopback service.";
-  // The assistant's reply; with a JSON-schema response format, the value of
-  // every string property of the schema.
+  // With a JSON-schema response format, the value of every string property.
   std::string chatReply = "Hello from the loopback model.";
   std::chrono::milliseconds slowAnswerDelay{10'000};
 };
@@ -62,10 +47,7 @@ class LoopbackOpenAIService : public LoopbackService {
   explicit LoopbackOpenAIService(LoopbackHTTPServer& server, Options options = {});
 };
 
-// The Anthropic endpoint "POST {prefix}/messages", checked and answered as the
-// public API reference describes it: "x-api-key" and "anthropic-version" headers,
-// a body with "model", "max_tokens", "messages" and an optional "system", and
-// extra top-level members rejected.
+// Anthropic's "POST {prefix}/messages", with "x-api-key" and "anthropic-version".
 struct LoopbackAnthropicServiceOptions {
   std::string pathPrefix = "/v1";
   std::string apiKey = "sk-ant-loopback-key";
@@ -79,8 +61,7 @@ class LoopbackAnthropicService : public LoopbackService {
   explicit LoopbackAnthropicService(LoopbackHTTPServer& server, Options options = {});
 };
 
-// Checks that `bytes` hold a RIFF/WAVE file with 16-bit PCM samples and a data
-// chunk that fits; the reason it does not, or absent when it does.
+// Why `bytes` are not a well-formed 16-bit PCM RIFF/WAVE file; absent when they are.
 std::optional<std::string> wavProblem(const std::string& bytes);
 
 }  // namespace orvid::testing

@@ -17,27 +17,14 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 LoopbackRequest describe(const httplib::Request& request) {
-  LoopbackRequest described;
-  described.method = request.method;
-  described.path = request.path;
-  for (const auto& [name, value] : request.headers) described.headers.emplace_back(name, value);
-  return described;
-}
-
-LoopbackReply jsonError(int status, const std::string& message) {
-  return makeReply(status, R"({"error":{"message":")" + message + R"(","type":"invalid_request_error"}})");
+  return {.method = request.method, .path = request.path, .headers = {request.headers.begin(), request.headers.end()}, .body = {}, .parts = {}};
 }
 
 }  // namespace
 
 LoopbackReply makeReply(int status, std::string body, std::string contentType,
                         std::vector<std::pair<std::string, std::string>> headers) {
-  LoopbackReply reply;
-  reply.status = status;
-  reply.body = std::move(body);
-  reply.contentType = std::move(contentType);
-  reply.headers = std::move(headers);
-  return reply;
+  return {.status = status, .body = std::move(body), .contentType = std::move(contentType), .headers = std::move(headers)};
 }
 
 std::optional<std::string> LoopbackRequest::header(std::string_view name) const {
@@ -48,10 +35,8 @@ std::optional<std::string> LoopbackRequest::header(std::string_view name) const 
 }
 
 const LoopbackMultipartPart* LoopbackRequest::part(std::string_view name) const {
-  for (const auto& candidate : parts) {
-    if (candidate.name == name) return &candidate;
-  }
-  return nullptr;
+  auto found = std::find_if(parts.begin(), parts.end(), [&](const auto& part) { return part.name == name; });
+  return found == parts.end() ? nullptr : &*found;
 }
 
 struct LoopbackHTTPServer::State {
@@ -66,24 +51,19 @@ struct LoopbackHTTPServer::State {
   bool stopping = false;
   bool listenerFinished = false;
 
-  void respond(LoopbackRequest request, httplib::Response& response, std::optional<LoopbackReply> fixedReply = {}) {
+  void respond(LoopbackRequest request, httplib::Response& response, bool complete = true) {
     Handler handler;
     {
       std::lock_guard lock(mutex);
       requests.push_back(request);
-      auto found = routes.find({request.method == "HEAD" ? "GET" : request.method, request.path});
+      auto found = routes.find({request.method, request.path});
       if (found != routes.end()) handler = found->second;
     }
     changed.notify_all();
 
-    LoopbackReply reply;
-    if (fixedReply) {
-      reply = std::move(*fixedReply);
-    } else if (handler) {
-      reply = handler(request);
-    } else {
-      reply = jsonError(404, "No route for " + request.method + " " + request.path);
-    }
+    LoopbackReply reply = !complete ? makeReply(400, R"({"error":"malformed body"})")
+                          : handler ? handler(request)
+                                    : makeReply(404, R"({"error":"no route"})");
 
     if (reply.delay.count() > 0) {
       std::unique_lock lock(mutex);
@@ -96,8 +76,8 @@ struct LoopbackHTTPServer::State {
       response.set_content(reply.body, reply.contentType);
       return;
     }
-    auto body = std::make_shared<std::string>(reply.body.empty() ? std::string("{}") : reply.body);
-    std::size_t half = body->size() / 2;
+    auto body = std::make_shared<std::string>(reply.body.empty() ? "{}" : reply.body);
+    const std::size_t half = body->size() / 2;
     response.set_content_provider(body->size(), reply.contentType,
                                   [body, half](std::size_t offset, std::size_t length, httplib::DataSink& sink) {
                                     if (offset >= half) return false;  // closes the connection
@@ -118,8 +98,7 @@ LoopbackHTTPServer::LoopbackHTTPServer() : state_(std::make_shared<State>()) {
                          const httplib::ContentReader& reader) {
     LoopbackRequest described = describe(request);
     bool complete = true;
-    if (request.is_multipart_form_data()) {
-      described.isMultipart = true;
+    if ((described.isMultipart = request.is_multipart_form_data())) {
       complete = reader(
           [&](const httplib::MultipartFormData& header) {
             described.parts.push_back({header.name, header.filename, header.content_type, {}});
@@ -136,9 +115,7 @@ LoopbackHTTPServer::LoopbackHTTPServer() : state_(std::make_shared<State>()) {
         return true;
       });
     }
-    std::optional<LoopbackReply> fixed;
-    if (!complete) fixed = jsonError(400, "Malformed request body");
-    state->respond(std::move(described), response, std::move(fixed));
+    state->respond(std::move(described), response, complete);
   };
 
   auto& server = state->server;
@@ -148,9 +125,7 @@ LoopbackHTTPServer::LoopbackHTTPServer() : state_(std::make_shared<State>()) {
   server.set_tcp_nodelay(true);
   server.Get(".*", plain);
   server.Post(".*", reading);
-  server.Put(".*", reading);
   server.Patch(".*", reading);
-  server.Delete(".*", reading);
 
   state->port = server.bind_to_any_port("127.0.0.1");
   if (state->port <= 0) throw std::runtime_error("the loopback server could not bind 127.0.0.1");

@@ -12,7 +12,7 @@
 
 namespace orvid::testing {
 
-// One part of a multipart/form-data body, as the server parsed it.
+// One part of a multipart/form-data body.
 struct LoopbackMultipartPart {
   std::string name;
   std::string filename;
@@ -20,68 +20,52 @@ struct LoopbackMultipartPart {
   std::string content;
 };
 
-// A request as the server received it.
 struct LoopbackRequest {
   std::string method;
   std::string path;
   std::vector<std::pair<std::string, std::string>> headers;
-  // The body as received; empty for multipart bodies, which arrive as `parts`.
-  std::string body;
-  // The parts of a multipart/form-data body, in the order they were sent.
+  std::string body;  // empty for multipart bodies, which arrive as `parts`
   std::vector<LoopbackMultipartPart> parts;
   bool isMultipart = false;
 
-  // The first header field named `name` (any case).
   std::optional<std::string> header(std::string_view name) const;
-  // The first part named `name`; null if none.
   const LoopbackMultipartPart* part(std::string_view name) const;
 };
 
-// The answer a route gives.
 struct LoopbackReply {
   int status = 200;
   std::string body;
   std::string contentType = "application/json";
   std::vector<std::pair<std::string, std::string>> headers;
-  // Waits this long before answering; cut short when the server stops.
-  std::chrono::milliseconds delay{0};
-  // Sends the status line, the header fields (announcing the whole body) and half
-  // of the body, then closes the connection.
-  bool dropConnection = false;
+  std::chrono::milliseconds delay{0};  // cut short when the server stops
+  bool dropConnection = false;         // send half of the body, then close
 };
 
-// A reply with `status`, `body`, `contentType` and `headers`, answered at once.
 LoopbackReply makeReply(int status, std::string body, std::string contentType = "application/json",
                         std::vector<std::pair<std::string, std::string>> headers = {});
 
-// An HTTP/1.1 server on 127.0.0.1 with an ephemeral port, for tests and benchmarks.
-// It answers the routes it is given, records every request, and stops (releasing
-// delayed answers) when it is destroyed. Unrouted requests get 404.
+// An HTTP/1.1 server on an ephemeral 127.0.0.1 port that answers its routes (404
+// otherwise), records every request, and stops when destroyed.
 class LoopbackHTTPServer {
  public:
   using Handler = std::function<LoopbackReply(const LoopbackRequest&)>;
 
-  // Binds and starts serving; throws std::runtime_error when it cannot within a few seconds.
+  // Throws std::runtime_error when it cannot start serving.
   LoopbackHTTPServer();
   ~LoopbackHTTPServer();
   LoopbackHTTPServer(const LoopbackHTTPServer&) = delete;
   LoopbackHTTPServer& operator=(const LoopbackHTTPServer&) = delete;
 
-  // "http://127.0.0.1:" + the port.
   std::string baseURL() const;
 
-  // Answers `method` requests for exactly `path` with `handler`, replacing an
-  // earlier route for the same pair. Handlers run on the server's threads.
+  // Replaces any earlier route for the pair; handlers run on the server's threads.
   void route(std::string method, std::string path, Handler handler);
 
-  // Every request received so far, in arrival order.
   std::vector<LoopbackRequest> requests() const;
-  // Blocks until at least `count` requests have arrived or `timeout` has passed;
-  // true when they have.
+  // True once `count` requests have arrived within `timeout`.
   bool waitForRequests(std::size_t count, std::chrono::milliseconds timeout) const;
 
-  // Stops accepting, releases delayed answers and joins the server's threads.
-  // Idempotent; the destructor calls it.
+  // Releases delayed answers and joins the server's threads; idempotent.
   void stop();
 
  private:
