@@ -106,13 +106,8 @@ TEST(CurlOrvidHTTPClientTest, NeverCarriesCredentialsToAnotherOrigin) {
   const std::string otherHost = "http://localhost:" + firstPort + "/landing";
   const std::string otherPort = second.baseURL() + "/landing";
 
-  struct Case {
-    const char* name;
-    std::string target;
-    std::vector<OrvidHTTPHeader> headers;
-    std::string userInfo;
-    bool refused;
-  };
+  struct Case { const char* name; std::string target; std::vector<OrvidHTTPHeader> headers; std::string userInfo;
+                bool refused; };
   const Case cases[] = {
       {"x-api-key to another host", otherHost, {{"x-api-key", "sk-SECRET"}}, "", true},
       {"custom header to another port", otherPort, {{"X-Goog-Api-Key", "SECRET"}}, "", true},

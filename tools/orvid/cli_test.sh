@@ -231,6 +231,20 @@ status=$?
 [ "$(cat "$work/err")" = "orvid: no terminal to confirm on: run orvid automate in a terminal or pass --yes" ] \
   || fail "automate without terminal: $(cat "$work/err")"
 [ -s "$log" ] && fail "automate without terminal sent a request"
+# On a terminal (a pty) the answer decides: "y" runs the instruction, anything else does not.
+for answer in " Y" no; do
+  timeout 60 /usr/bin/python3 -c 'import os, subprocess, sys
+m, t = os.openpty(); os.write(m, sys.argv[1].encode() + b"\n")
+sys.exit(subprocess.run(sys.argv[2:], stdin=t, start_new_session=True).returncode)' "$answer" "$orvid" \
+    "${request[@]}" --base-url "$service/v1" "${ready[@]}" >"$work/out" 2>"$work/err"
+  status=$?
+  grep -q "^Run this instruction with cua-driver? \[y/N\] " "$work/err" || fail "no question: $(cat "$work/err")"
+  if [ "$answer" = no ]; then
+    [ "$status" -eq 1 ] && grep -q -x "orvid: not confirmed; nothing was run" "$work/err" || fail "declined: $status"
+  else
+    [ "$status" -eq 0 ] && grep -q "^  ran: Open the Downloads folder" "$work/out" || fail "confirmed: $status"
+  fi
+done
 
 
 # Failures: one redacted line and a non-zero exit.
