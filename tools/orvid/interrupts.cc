@@ -75,7 +75,7 @@ int nextSignal(const sigset_t& signals, std::optional<std::chrono::steady_clock:
 
 // The first signal inside a scope stops its token, so the work ends its child
 // processes and reports. The second kills every process the tool started, which
-// lets work that waits for a stubborn child unwind; if it has not unwound within
+// lets work that waits for a child ignoring the first signal unwind; if it has not unwound within
 // kUnwindLimit, or a third signal comes, the tool ends at once. Outside a scope a
 // signal ends the tool at once. No process the tool started outlives it.
 void watch(sigset_t signals) {
