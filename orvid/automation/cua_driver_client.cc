@@ -4,6 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "orvid/core/corelib/json_support.h"
 #include "orvid/platform/internal/hash.h"
 
 namespace orvid {
@@ -18,7 +19,7 @@ void to_json(nlohmann::json& json, const CUAExecutionRequest& request) {
 void from_json(const nlohmann::json& json, CUAExecutionRequest& request) {
   request.executionID = json.at("executionID").get<UUID>();
   request.instruction = json.at("instruction").get<std::string>();
-  request.timeoutSeconds = json.at("timeoutSeconds").get<int>();
+  request.timeoutSeconds = json_support::integer<int>(json.at("timeoutSeconds"));
 }
 
 void to_json(nlohmann::json& json, const CUAExecutionResult& result) {
@@ -31,7 +32,7 @@ void to_json(nlohmann::json& json, const CUAExecutionResult& result) {
 
 void from_json(const nlohmann::json& json, CUAExecutionResult& result) {
   result.executionID = json.at("executionID").get<orvid::UUID>();
-  result.exitCode = json.at("exitCode").get<std::int32_t>();
+  result.exitCode = json_support::integer<std::int32_t>(json.at("exitCode"));
   result.stdout = json.at("stdout").get<std::string>();
   result.stderr = json.at("stderr").get<std::string>();
 }

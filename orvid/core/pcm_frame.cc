@@ -5,6 +5,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "orvid/core/corelib/json_support.h"
 #include "orvid/platform/base64.h"
 #include "orvid/platform/internal/hash.h"
 
@@ -23,8 +24,8 @@ void from_json(const nlohmann::json& json, PCMFrame& frame) {
   if (!bytes) throw nlohmann::json::other_error::create(501, "pcm16LittleEndian is not base64", &json);
   frame.pcm16LittleEndian = std::move(*bytes);
   frame.sampleRate = json.at("sampleRate").get<double>();
-  frame.channelCount = json.at("channelCount").get<int>();
-  frame.sampleCount = json.at("sampleCount").get<int>();
+  frame.channelCount = json_support::integer<int>(json.at("channelCount"));
+  frame.sampleCount = json_support::integer<int>(json.at("sampleCount"));
 }
 
 }  // namespace orvid

@@ -155,7 +155,7 @@ void to_json(nlohmann::json& json, const AutomationExecutionResult::TerminalWind
 }
 
 void from_json(const nlohmann::json& json, AutomationExecutionResult::TerminalWindowRef& window) {
-  json.at("processIdentifier").get_to(window.processIdentifier);
+  window.processIdentifier = json_support::integer<std::int32_t>(json.at("processIdentifier"));
   json.at("bundleIdentifier").get_to(window.bundleIdentifier);
 }
 
@@ -175,7 +175,7 @@ void from_json(const nlohmann::json& json, AutomationExecutionResult& result) {
   result = {};
   json.at("executionID").get_to(result.executionID);
   json.at("method").get_to(result.method);
-  json.at("exitCode").get_to(result.exitCode);
+  result.exitCode = json_support::integer<std::int32_t>(json.at("exitCode"));
   json_support::getIfPresent(json, "stdout", result.stdout);
   json_support::getIfPresent(json, "stderr", result.stderr);
   json_support::getOptional(json, "durationMilliseconds", result.durationMilliseconds);

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <ctime>
+#include <string>
 
 namespace orvid::json_support {
 
@@ -30,35 +31,56 @@ std::string iso8601(std::chrono::system_clock::time_point time) {
   return buffer;
 }
 
+namespace {
+
+// The number spelled by text[at, at + width), which must be all ASCII digits.
+std::optional<int> digits(const std::string& text, std::size_t at, std::size_t width) {
+  if (at + width > text.size()) return std::nullopt;
+  int value = 0;
+  for (std::size_t i = at; i < at + width; ++i) {
+    if (text[i] < '0' || text[i] > '9') return std::nullopt;
+    value = value * 10 + (text[i] - '0');
+  }
+  return value;
+}
+
+}  // namespace
+
 std::optional<std::chrono::system_clock::time_point> parseISO8601(const std::string& text) {
-  int year, month, day, hour, minute, second;
-  int consumed = 0;
-  if (std::sscanf(text.c_str(), "%4d-%2d-%2dT%2d:%2d:%2d%n", &year, &month, &day, &hour, &minute, &second,
-                  &consumed) != 6) {
+  // "YYYY-MM-DDTHH:MM:SS" with fixed-width digits and nothing else in between.
+  if (text.size() < 20 || text[4] != '-' || text[7] != '-' || text[10] != 'T' || text[13] != ':' ||
+      text[16] != ':') {
     return std::nullopt;
   }
-  std::string rest = text.substr(static_cast<std::size_t>(consumed));
+  auto year = digits(text, 0, 4), month = digits(text, 5, 2), day = digits(text, 8, 2);
+  auto hour = digits(text, 11, 2), minute = digits(text, 14, 2), second = digits(text, 17, 2);
+  if (!year || !month || !day || !hour || !minute || !second) return std::nullopt;
+
+  std::size_t at = 19;
   long long millis = 0;
-  if (!rest.empty() && rest[0] == '.') {
-    std::size_t i = 1;
-    int digits = 0;
-    while (i < rest.size() && rest[i] >= '0' && rest[i] <= '9') {
-      if (digits < 3) millis = millis * 10 + (rest[i] - '0');
-      ++digits;
-      ++i;
+  if (text[at] == '.') {
+    std::size_t count = 0;
+    for (++at; at < text.size() && text[at] >= '0' && text[at] <= '9'; ++at, ++count) {
+      if (count < 3) millis = millis * 10 + (text[at] - '0');
     }
-    if (digits == 0) return std::nullopt;
-    for (; digits < 3; ++digits) millis *= 10;
-    rest = rest.substr(i);
+    if (count == 0) return std::nullopt;
+    for (; count < 3; ++count) millis *= 10;
   }
-  if (rest != "Z") return std::nullopt;
-  if (month < 1 || month > 12 || day < 1 || day > 31 || hour > 23 || minute > 59 || second > 60) return std::nullopt;
+  if (text.compare(at, std::string::npos, "Z") != 0) return std::nullopt;
+  if (*hour > 23 || *minute > 59 || *second > 60) return std::nullopt;
+
   using namespace std::chrono;
-  auto date = year_month_day{std::chrono::year(year), std::chrono::month(static_cast<unsigned>(month)),
-                             std::chrono::day(static_cast<unsigned>(day))};
+  const year_month_day date{std::chrono::year(*year), std::chrono::month(static_cast<unsigned>(*month)),
+                            std::chrono::day(static_cast<unsigned>(*day))};
   if (!date.ok()) return std::nullopt;
-  auto time = sys_days(date) + hours(hour) + minutes(minute) + std::chrono::seconds(second) + milliseconds(millis);
-  return time_point_cast<system_clock::duration>(time);
+  // Years 0000-9999 fit in milliseconds; the clock's own duration holds far less.
+  const milliseconds sinceEpoch = sys_days(date).time_since_epoch() + hours(*hour) + minutes(*minute) +
+                                  std::chrono::seconds(*second) + milliseconds(millis);
+  if (sinceEpoch < duration_cast<milliseconds>(system_clock::duration::min()) ||
+      sinceEpoch > duration_cast<milliseconds>(system_clock::duration::max())) {
+    return std::nullopt;
+  }
+  return system_clock::time_point(duration_cast<system_clock::duration>(sinceEpoch));
 }
 
 }  // namespace orvid::json_support

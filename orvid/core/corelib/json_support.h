@@ -1,7 +1,11 @@
 #pragma once
 
+#include <cmath>
+#include <concepts>
+#include <limits>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include <nlohmann/json.hpp>
 
@@ -14,6 +18,42 @@ const nlohmann::json* member(const nlohmann::json& object, const char* key);
 // The text of the member `key` of `object`; absent when there is none or it is not text.
 std::optional<std::string> stringMember(const nlohmann::json& object, const char* key);
 
+// The integer `json` holds, as T: an integer, or a number with no fraction, within
+// T's range. Anything else throws the decoder's error (nlohmann::json::exception),
+// so an out-of-range number never overflows a conversion or loses its fraction.
+template <std::integral T>
+  requires(!std::same_as<T, bool>)
+T integer(const nlohmann::json& json) {
+  if (json.is_number_unsigned()) {
+    auto value = json.get<std::uint64_t>();
+    if (std::in_range<T>(value)) return static_cast<T>(value);
+  } else if (json.is_number_integer()) {
+    auto value = json.get<std::int64_t>();
+    if (std::in_range<T>(value)) return static_cast<T>(value);
+  } else if (json.is_number_float()) {
+    const double value = json.get<double>();
+    // Both bounds are powers of two, exact in a double.
+    const double lowest = static_cast<double>(std::numeric_limits<T>::min());
+    const double beyond = std::ldexp(1.0, std::numeric_limits<T>::digits);
+    if (std::isfinite(value) && std::trunc(value) == value && value >= lowest && value < beyond) {
+      return static_cast<T>(value);
+    }
+  } else {
+    throw nlohmann::json::type_error::create(302, "expected an integer", &json);
+  }
+  throw nlohmann::json::out_of_range::create(406, "integer out of range", &json);
+}
+
+// json.get<T>(), with integers read by integer<T>().
+template <typename T>
+T value(const nlohmann::json& json) {
+  if constexpr (std::integral<T> && !std::same_as<T, bool>) {
+    return integer<T>(json);
+  } else {
+    return json.template get<T>();
+  }
+}
+
 template <typename T>
 void putOptional(nlohmann::json& json, const char* key, const std::optional<T>& value) {
   if (value) json[key] = *value;
@@ -25,7 +65,7 @@ void getOptional(const nlohmann::json& json, const char* key, std::optional<T>& 
   if (it == json.end() || it->is_null()) {
     value.reset();
   } else {
-    value = it->template get<T>();
+    value = json_support::value<T>(*it);
   }
 }
 
@@ -33,7 +73,7 @@ void getOptional(const nlohmann::json& json, const char* key, std::optional<T>& 
 template <typename T>
 void getIfPresent(const nlohmann::json& json, const char* key, T& value) {
   auto it = json.find(key);
-  if (it != json.end() && !it->is_null()) value = it->template get<T>();
+  if (it != json.end() && !it->is_null()) value = json_support::value<T>(*it);
 }
 
 }  // namespace orvid::json_support
@@ -57,7 +97,7 @@ struct adl_serializer<std::chrono::system_clock::time_point> {
   }
   static void from_json(const json& j, std::chrono::system_clock::time_point& time) {
     auto parsed = orvid::json_support::parseISO8601(j.get<std::string>());
-    if (!parsed) throw json::other_error::create(501, "not an ISO 8601 date: " + j.get<std::string>(), &j);
+    if (!parsed) throw json::other_error::create(501, "not an ISO 8601 date the clock can hold", &j);
     time = *parsed;
   }
 };

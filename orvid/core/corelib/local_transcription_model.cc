@@ -167,7 +167,7 @@ void from_json(const nlohmann::json& json, LocalTranscriptionModelDescriptor& de
   descriptor.name = json.at("name").get<std::string>();
   descriptor.fileName = json.at("fileName").get<std::string>();
   json_support::getOptionalURL(json, "downloadURL", descriptor.downloadURL);
-  descriptor.approximateSizeMB = json.at("approximateSizeMB").get<int>();
+  descriptor.approximateSizeMB = json_support::integer<int>(json.at("approximateSizeMB"));
   json_support::getOptional(json, "downloadSizeBytes", descriptor.downloadSizeBytes);
   descriptor.isDirectory = json.at("isDirectory").get<bool>();
   descriptor.engineType = json.at("engineType").get<LocalTranscriptionEngineType>();
@@ -184,7 +184,7 @@ void to_json(nlohmann::json& json, const LocalTranscriptionEngineUnloadPolicy& p
 
 void from_json(const nlohmann::json& json, LocalTranscriptionEngineUnloadPolicy& policy) {
   auto kind = decodeCase(kPolicyNames, json.at("kind"), "unload policy");
-  policy = {kind, kind == PolicyKind::afterIdleSeconds ? json.at("idleSeconds").get<std::uint64_t>() : 0};
+  policy = {kind, kind == PolicyKind::afterIdleSeconds ? json_support::integer<std::uint64_t>(json.at("idleSeconds")) : 0};
 }
 
 void to_json(nlohmann::json& json, const LocalTranscriptionEnginePhase& phase) {
@@ -227,7 +227,7 @@ void from_json(const nlohmann::json& json, LocalTranscriptionModelState& state) 
   state.isInstalled = json.at("isInstalled").get<bool>();
   state.isDownloading = json.at("isDownloading").get<bool>();
   state.isExtracting = json.at("isExtracting").get<bool>();
-  state.downloadedBytes = json.at("downloadedBytes").get<std::int64_t>();
+  state.downloadedBytes = json_support::integer<std::int64_t>(json.at("downloadedBytes"));
   json_support::getOptional(json, "progress", state.progress);
   json_support::getOptional(json, "message", state.message);
   json_support::getOptional(json, "bytesPerSecond", state.bytesPerSecond);

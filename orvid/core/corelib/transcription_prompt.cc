@@ -50,7 +50,7 @@ void from_json(const nlohmann::json& json, PromptPostProcessResult& result) {
   json.at("providerID").get_to(result.providerID);
   json.at("modelID").get_to(result.modelID);
   json.at("promptID").get_to(result.promptID);
-  json.at("elapsedMilliseconds").get_to(result.elapsedMilliseconds);
+  result.elapsedMilliseconds = json_support::integer<long long>(json.at("elapsedMilliseconds"));
   json_support::getOptional(json, "inputTokens", result.inputTokens);
   json_support::getOptional(json, "outputTokens", result.outputTokens);
   json_support::getOptional(json, "tokensPerSecond", result.tokensPerSecond);
