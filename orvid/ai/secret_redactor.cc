@@ -5,6 +5,9 @@
 #include <memory>
 #include <optional>
 #include <stdexcept>
+#include <string>
+#include <string_view>
+#include <utility>
 
 #include <unicode/regex.h>
 #include <unicode/utext.h>
@@ -24,15 +27,41 @@ constexpr std::array<const char*, 4> kPatterns = {
     R"((?i)\b((?:x-[a-z0-9-]*(?:token|secret|credential|key))[ \t]*[:=][ \t]*)[^"'\s,;}\\]+)",
 };
 
-// The four compiled patterns, built once. A RegexPattern is immutable and may be
-// shared between threads; each call makes its own matchers.
-const std::array<std::unique_ptr<icu::RegexPattern>, 4>& compiledPatterns() {
+// What can stand glued in front of a label without a word boundary, yet still
+// separates it from the word before: an escape as JSON, C, Python or URLs write it
+// ("\n", "\u200b", "\x0a", "%0A"), or an invisible format character (zero-width
+// space, byte order mark...), which the engine's \b looks through.
+constexpr std::string_view kGluedSeparator =
+    R"((?<=\\[0abtnvfr]|\\u[0-9A-Fa-f]{4}|\\x[0-9A-Fa-f]{2}|%[0-9A-Fa-f]{2}|\p{Cf}))";
+
+constexpr std::size_t kPatternCount = 2 * kPatterns.size();
+
+// The four patterns as written, then each again with its leading word boundary
+// replaced by a glued separator. The second set runs after the first, so the first
+// set's results stand exactly; it only adds what the boundary hid.
+std::array<std::string, kPatternCount> patternSources() {
+  std::array<std::string, kPatternCount> sources;
+  for (std::size_t index = 0; index < kPatterns.size(); ++index) {
+    sources[index] = kPatterns[index];
+    std::string glued = kPatterns[index];
+    const std::size_t boundary = glued.find(R"(\b()");
+    if (boundary == std::string::npos) throw std::logic_error("credential pattern without a leading boundary");
+    glued.replace(boundary, 2, kGluedSeparator);
+    sources[kPatterns.size() + index] = std::move(glued);
+  }
+  return sources;
+}
+
+// The compiled patterns, built once. A RegexPattern is immutable and may be shared
+// between threads; each call makes its own matchers.
+const std::array<std::unique_ptr<icu::RegexPattern>, kPatternCount>& compiledPatterns() {
   static const auto patterns = [] {
-    std::array<std::unique_ptr<icu::RegexPattern>, 4> result;
-    for (size_t index = 0; index < kPatterns.size(); ++index) {
+    std::array<std::unique_ptr<icu::RegexPattern>, kPatternCount> result;
+    const auto sources = patternSources();
+    for (std::size_t index = 0; index < sources.size(); ++index) {
       UErrorCode status = U_ZERO_ERROR;
       UParseError parseError{};
-      result[index].reset(icu::RegexPattern::compile(icu::UnicodeString::fromUTF8(kPatterns[index]),
+      result[index].reset(icu::RegexPattern::compile(icu::UnicodeString::fromUTF8(sources[index]),
                                                      UREGEX_CASE_INSENSITIVE, parseError, status));
       if (U_FAILURE(status)) {
         throw std::logic_error(std::string("credential pattern does not compile: ") + u_errorName(status));

@@ -31,6 +31,16 @@ TEST(SecretRedactorTest, ReplacesTheSecretAfterEachLabelAndKeepsTheLabel) {
       // "token" right after ":" or "=" is a value, not a label of its own.
       {"mode=token abc", "mode=token abc"},
       {"no credentials in here", "no credentials in here"},
+      // Labels glued to an escape or an invisible character before them.
+      {R"({"error":"Invalid header:\nBearer sk-live-1"})", R"({"error":"Invalid header:\nBearer [REDACTED]"})"},
+      {R"(bad\tToken ab.c)", R"(bad\tToken [REDACTED])"},
+      {R"(x\u200bBearer k9)", R"(x\u200bBearer [REDACTED])"},
+      {R"(x\u200B\nAuthorization:Bearer q)", R"(x\u200B\nAuthorization:Bearer [REDACTED])"},
+      {R"(sent\napikey=k2)", R"(sent\napikey=[REDACTED])"},
+      {"line%0Ax-auth-token: t7", "line%0Ax-auth-token: [REDACTED]"},
+      {"header\u200bBearer k3", "header\u200bBearer [REDACTED]"},
+      {"hidden\xef\xbb\xbf" "Bearer k4", "hidden\xef\xbb\xbf" "Bearer [REDACTED]"},
+      {"zero\u200b", "zero\u200b"},
   };
   for (const auto& testCase : cases) {
     EXPECT_EQ(SecretRedactor::redact(testCase.input), testCase.expected) << testCase.input;
