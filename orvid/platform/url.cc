@@ -123,7 +123,10 @@ std::optional<URL> URL::parse(std::string_view input) {
     hostPart = authority.substr(0, colon);
     portPart = authority.substr(colon + 1);
   }
-  if (hostPart.empty()) return std::nullopt;
+  // Outside brackets a colon only ever starts the port.
+  if (hostPart.empty() || (hostPart.front() != '[' && hostPart.find(':') != std::string_view::npos)) {
+    return std::nullopt;
+  }
   url.host_ = std::string(hostPart);
   if (!portPart.empty()) {
     int port = 0;

@@ -59,6 +59,8 @@ TEST(URLTest, RejectsWhatIsNotAnAbsoluteURLWithAHost) {
       "http://ho st/",                // space in the host
       "http://host/a b",              // space in the path
       "http://[::1/",                 // unclosed IPv6 literal
+      "h://::",                       // a colon in a host outside brackets
+      "http://::1/",
   };
   for (const auto& text : rejected) EXPECT_EQ(URL::parse(text), std::nullopt) << '"' << text << '"';
 }

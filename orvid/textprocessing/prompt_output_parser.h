@@ -28,9 +28,11 @@ struct PromptOutputParser {
       std::string_view text, const std::optional<std::string>& originalInput = std::nullopt);
 
   // A JSON array of {"text", "start", "end"} objects, offsets clamped to the
-  // input's length in characters (both 0 when the input is unknown); failing
-  // that, a JSON array of strings, each covering the whole input. Absent as for
-  // parseMultipleChoices.
+  // input's length L in characters: start = max(start, 0), end = min(max(start,
+  // end), L); both 0 when the input is unknown. Start itself is kept as the model
+  // gave it, so a choice whose start lies past the input has start > end: a caller
+  // that splices the text in checks start <= end first. Failing that, a JSON array
+  // of strings, each covering the whole input. Absent as for parseMultipleChoices.
   static std::optional<std::vector<RewriteChoice>> parseMultipleChoicesStructured(
       std::string_view text, const std::optional<std::string>& originalInput = std::nullopt);
 
