@@ -30,6 +30,9 @@ PCMFrame resample(const PCMFrame& frame, double targetSampleRate) {
   if (inputCount == 0) return PCMFrame{{}, targetSampleRate, 1, 0};
 
   const double ratio = targetSampleRate / frame.sampleRate;
+  if (!(ratio <= kMaximumUpsamplingRatio)) {
+    throw std::length_error("Resampling would multiply the number of samples by more than 1024.");
+  }
   const double roundedCount = std::round(ratio * static_cast<double>(inputCount));
   if (!(roundedCount <= static_cast<double>(std::numeric_limits<int>::max()))) {
     throw std::length_error("Resampled audio would hold more samples than a PCM frame can count.");

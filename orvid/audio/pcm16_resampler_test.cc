@@ -91,7 +91,7 @@ TEST(PCM16ResamplerTest, ReturnsFramesItCannotOrNeedNotResampleUnchanged) {
   EXPECT_TRUE(std::isnan(PCM16Resampler::resample(nanRate, 16000).sampleRate));
 }
 
-TEST(PCM16ResamplerTest, IgnoresATrailingOddByteAndRefusesMoreSamplesThanAFrameCounts) {
+TEST(PCM16ResamplerTest, IgnoresATrailingOddByteAndRefusesAnUnboundedOutput) {
   PCMFrame odd = monoFrame({0, 1000, -1000}, 16000);
   odd.pcm16LittleEndian.push_back(0x7F);
   EXPECT_EQ(PCM16Resampler::resample(odd, 24000), monoFrame({0, 667, 333, -1000, -1000}, 24000));
@@ -99,7 +99,9 @@ TEST(PCM16ResamplerTest, IgnoresATrailingOddByteAndRefusesMoreSamplesThanAFrameC
     EXPECT_EQ(PCM16Resampler::resample(PCMFrame{bytes, 48000, 1, 0}, 16000), (PCMFrame{{}, 16000, 1, 0}))
         << bytes.size() << " bytes";
   }
-  EXPECT_THROW(PCM16Resampler::resample(monoFrame({1, 2}, 1), 2e9), std::length_error);
+  EXPECT_THROW(PCM16Resampler::resample(monoFrame({1, 2}, 1), 768000), std::length_error);
+  EXPECT_THROW(PCM16Resampler::resample(PCMFrame{Bytes(8 << 20), 1e6, 1, 4 << 20}, 1e9), std::length_error);
+  EXPECT_EQ(PCM16Resampler::resample(monoFrame({1, 2}, 1), 1024).sampleCount, 2048);
 }
 
 }  // namespace

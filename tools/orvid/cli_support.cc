@@ -82,7 +82,12 @@ std::vector<PCMFrame> readWAVFrames(const std::filesystem::path& path) {
     throw CommandError{path.string() + ": " + describeWAVError(error)};
   }
   if (!frames.empty()) {
-    if (frames.front().sampleRate <= 0) throw CommandError{path.string() + ": the WAV header declares a sample rate of 0 Hz"};
+    const double rate = frames.front().sampleRate;
+    if (rate < kLowestSampleRate || rate > kHighestSampleRate) {
+      throw CommandError{path.string() + ": the WAV header declares a sample rate of " +
+                         std::to_string(static_cast<long long>(rate)) + " Hz, outside " +
+                         std::to_string(kLowestSampleRate) + " to " + std::to_string(kHighestSampleRate) + " Hz"};
+    }
     if (frames.front().channelCount <= 0) throw CommandError{path.string() + ": the WAV header declares no channels"};
   }
   return frames;

@@ -22,8 +22,14 @@ Bytes readFile(const std::filesystem::path& path);
 // Writes a whole file; failure is a CommandError naming the path.
 void writeFile(const std::filesystem::path& path, const Bytes& bytes);
 
-// Reads a 16-bit PCM WAV file into frames; every decoding failure, and a sample
-// rate or channel count of 0, is a CommandError with one clear line.
+// The sample rates the tool reads and writes. A header is untrusted: a rate far
+// outside what audio uses would make a conversion of a few bytes unbounded.
+inline constexpr int kLowestSampleRate = 1000;
+inline constexpr int kHighestSampleRate = 768000;
+
+// Reads a 16-bit PCM WAV file into frames; every decoding failure, a sample rate
+// outside kLowestSampleRate..kHighestSampleRate and a channel count of 0 are a
+// CommandError with one clear line.
 std::vector<PCMFrame> readWAVFrames(const std::filesystem::path& path);
 
 // Joins frames of one format into a single frame.

@@ -57,6 +57,10 @@ header = b"RIFF" + struct.pack("<I", size + 36) + b"WAVE"
 header += b"fmt " + struct.pack("<IHHIIHH", 16, 1, 1, 48000, 96000, 2, 16)
 open(sys.argv[1], "wb").write(header + b"data" + struct.pack("<I", size) + bytes(size))
 PY
+head -c 44 "$work/ok.wav" | /usr/bin/python3 -c '
+import struct, sys
+header = bytearray(sys.stdin.buffer.read()); header[24:28] = struct.pack("<I", 1)
+sys.stdout.buffer.write(bytes(header) + bytes(9600))' >"$work/one-hertz.wav"
 printf 'hello, not audio at all, just some text that is long enough for a header' >"$work/text.wav"
 
 expect_ok "wav resample" "1600 samples at 16000 Hz" wav resample "$work/ok.wav" "$work/out16.wav" --rate 16000
@@ -64,6 +68,8 @@ expect_ok "wav info" "sample rate: +16000 Hz" wav info "$work/out16.wav"
 expect_ok "speech-check" "contains speech: +no" speech-check "$work/ok.wav"
 expect_ok "demo" "contains speech: +yes" demo
 expect_error "not a WAV" wav info "$work/text.wav"
+expect_error "absurd rate" wav resample "$work/one-hertz.wav" "$work/big.wav" --rate 768000
+[ ! -e "$work/big.wav" ] || fail "absurd rate: an output was written"
 expect_error "unknown command" frobnicate
 
 expect_ok "providers" "^soniox$" providers

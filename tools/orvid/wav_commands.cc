@@ -46,8 +46,9 @@ void printInfo(const std::string& path) {
 }
 
 void resampleFile(const WavOptions& options) {
-  if (options.rate <= 0 || options.rate > 768000) {
-    throw CommandError{"--rate must be a sample rate between 1 and 768000 Hz, not " + std::to_string(options.rate)};
+  if (options.rate < kLowestSampleRate || options.rate > kHighestSampleRate) {
+    throw CommandError{"--rate must be a sample rate between " + std::to_string(kLowestSampleRate) + " and " +
+                       std::to_string(kHighestSampleRate) + " Hz, not " + std::to_string(options.rate)};
   }
   auto frames = readWAVFrames(options.input);
   if (frames.empty()) throw CommandError{options.input + ": the file holds no samples"};
