@@ -28,6 +28,14 @@ JSONSchema objectSchema(const std::vector<std::string>& stringProperties) {
   })};
 }
 
+// from_json called by name: clang before 16 rejects json.get<JSONValue>() for
+// this type.
+JSONValue decoded(const nlohmann::json& json) {
+  JSONValue value;
+  from_json(json, value);
+  return value;
+}
+
 }  // namespace
 
 nlohmann::json JSONValue::foundationValue() const {
@@ -70,12 +78,12 @@ void from_json(const nlohmann::json& json, JSONValue& value) {
     value = JSONValue::string(json.get<std::string>());
   } else if (json.is_object()) {
     JSONValue::Object members;
-    for (const auto& [key, member] : json.items()) members.emplace(key, member.get<JSONValue>());
+    for (const auto& [key, member] : json.items()) members.emplace(key, decoded(member));
     value = JSONValue::object(std::move(members));
   } else if (json.is_array()) {
     JSONValue::Array elements;
     elements.reserve(json.size());
-    for (const auto& element : json) elements.push_back(element.get<JSONValue>());
+    for (const auto& element : json) elements.push_back(decoded(element));
     value = JSONValue::array(std::move(elements));
   } else {
     throw nlohmann::json::type_error::create(302, std::string("cannot read a JSON value of type ") + json.type_name(),
@@ -97,7 +105,7 @@ const JSONSchema& JSONSchema::scriptAutomationOutput() {
 
 void to_json(nlohmann::json& json, const JSONSchema& schema) { json = {{"value", schema.value.foundationValue()}}; }
 
-void from_json(const nlohmann::json& json, JSONSchema& schema) { schema.value = json.at("value").get<JSONValue>(); }
+void from_json(const nlohmann::json& json, JSONSchema& schema) { schema.value = decoded(json.at("value")); }
 
 }  // namespace orvid
 

@@ -150,11 +150,11 @@ void from_json(const nlohmann::json& json, AutomationProposal& proposal) {
   json_support::getIfPresent(json, "requiresConfirmation", proposal.requiresConfirmation);
 }
 
-void to_json(nlohmann::json& json, const AutomationExecutionResult::TerminalWindowRef& window) {
+void to_json(nlohmann::json& json, const AutomationTerminalWindowRef& window) {
   json = {{"processIdentifier", window.processIdentifier}, {"bundleIdentifier", window.bundleIdentifier}};
 }
 
-void from_json(const nlohmann::json& json, AutomationExecutionResult::TerminalWindowRef& window) {
+void from_json(const nlohmann::json& json, AutomationTerminalWindowRef& window) {
   window.processIdentifier = json_support::integer<std::int32_t>(json.at("processIdentifier"));
   json.at("bundleIdentifier").get_to(window.bundleIdentifier);
 }

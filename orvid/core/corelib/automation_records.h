@@ -97,15 +97,19 @@ struct AutomationProposal {
   bool operator==(const AutomationProposal&) const = default;
 };
 
+// The terminal window a script ran in.
+struct AutomationTerminalWindowRef {
+  std::int32_t processIdentifier = 0;
+  std::string bundleIdentifier;
+
+  bool operator==(const AutomationTerminalWindowRef&) const = default;
+};
+
 // The outcome of running an automation.
 struct AutomationExecutionResult {
-  // The terminal window a script ran in.
-  struct TerminalWindowRef {
-    std::int32_t processIdentifier = 0;
-    std::string bundleIdentifier;
-
-    bool operator==(const TerminalWindowRef&) const = default;
-  };
+  // The window type lives at namespace scope: clang before 16 rejects decoding a
+  // type nested in one that is still being defined.
+  using TerminalWindowRef = AutomationTerminalWindowRef;
 
   UUID executionID;
   AIAutomationMethod method = AIAutomationMethod::computerUse;
@@ -165,8 +169,8 @@ void to_json(nlohmann::json& json, const ScriptAutomationOptions& options);
 void from_json(const nlohmann::json& json, ScriptAutomationOptions& options);
 void to_json(nlohmann::json& json, const AutomationProposal& proposal);
 void from_json(const nlohmann::json& json, AutomationProposal& proposal);
-void to_json(nlohmann::json& json, const AutomationExecutionResult::TerminalWindowRef& window);
-void from_json(const nlohmann::json& json, AutomationExecutionResult::TerminalWindowRef& window);
+void to_json(nlohmann::json& json, const AutomationTerminalWindowRef& window);
+void from_json(const nlohmann::json& json, AutomationTerminalWindowRef& window);
 void to_json(nlohmann::json& json, const AutomationExecutionResult& result);
 void from_json(const nlohmann::json& json, AutomationExecutionResult& result);
 void to_json(nlohmann::json& json, const AutomationDependencyReadiness& readiness);
