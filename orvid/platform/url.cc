@@ -37,7 +37,8 @@ int hexValue(char c) {
 std::string encodeItems(const std::vector<URLQueryItem>& items) {
   std::string query;
   for (const auto& item : items) {
-    if (!query.empty()) query.push_back('&');
+    // Between items, not after text: an item with an empty name and no value writes nothing.
+    if (&item != &items.front()) query.push_back('&');
     query += percentEncode(item.name, URLCharacterSet::queryValueAllowed);
     if (item.value) {
       query.push_back('=');

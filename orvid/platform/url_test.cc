@@ -86,6 +86,9 @@ TEST(URLTest, QueryItemsEncodeSeparatorsAndDecodeBack) {
   EXPECT_EQ(url.queryItems(), items);
   // An empty list removes the query.
   EXPECT_EQ(url.settingQueryItems({}).absoluteString(), "https://h/search#f");
+  // Items with an empty name keep their separators.
+  const URL blanks = parsed("s://h?&&=b");
+  EXPECT_EQ(blanks.settingQueryItems(blanks.queryItems()).query(), "&&=b");
 }
 
 TEST(URLTest, AppendingQueryItemsKeepsTheExistingQuery) {
