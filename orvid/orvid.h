@@ -44,6 +44,8 @@
 #include "orvid/transcription/asr_language_routing_resolver.h"
 #include "orvid/transcription/language_context_realtime_transcription_provider.h"
 #include "orvid/transcription/live_transcription_text_accumulator.h"
+#include "orvid/transcription/realtime/openai_realtime_transcription_provider.h"
+#include "orvid/transcription/realtime/openai_realtime_transcription_session.h"
 #include "orvid/transcription/realtime_fallback_transcription_provider.h"
 #include "orvid/transcription/realtime_transcript_accumulator.h"
 #include "orvid/transcription/realtime_transcription_capture.h"
