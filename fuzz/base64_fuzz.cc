@@ -1,13 +1,15 @@
 // Feeds arbitrary bytes to Base64. The bytes themselves must come back from
-// decode(encode(bytes)); read as text, they either fail to decode or decode to
-// bytes whose encoding is the same text once white space is skipped and padding
-// is made optional, up to the unused low bits of the last symbol.
+// decode(encode(bytes)). Read as text, they decode as they would without their
+// ASCII white space, and either fail to decode or decode to bytes whose encoding is
+// the same text once white space is skipped and padding is made optional, up to
+// the unused low bits of the last symbol.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "fuzz/fuzz_seeds.h"
 #include "orvid/platform/base64.h"
@@ -60,6 +62,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   require(Base64::decode(encoded) == input, "decode(encode(bytes)) == bytes");
 
   const std::optional<Bytes> decoded = Base64::decode(text);
+  std::string withoutSpace;
+  for (const char c : text) {
+    if (!orvid::internal::isASCIIWhitespace(c)) withoutSpace.push_back(c);
+  }
+  require(Base64::decode(withoutSpace) == decoded, "ASCII white space is skipped");
   if (!decoded) return 0;
   std::string symbols;
   std::size_t padding = 0;

@@ -2,6 +2,8 @@
 
 #include <array>
 
+#include "orvid/platform/internal/text.h"
+
 namespace orvid::Base64 {
 namespace {
 
@@ -51,7 +53,7 @@ std::optional<Bytes> decode(std::string_view text) {
   std::size_t symbols = 0;
   std::size_t padding = 0;
   for (char c : text) {
-    if (c == ' ' || c == '\n' || c == '\r' || c == '\t') continue;
+    if (internal::isASCIIWhitespace(c)) continue;
     if (c == '=') {
       ++padding;
       continue;

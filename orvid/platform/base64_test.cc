@@ -27,6 +27,7 @@ TEST(Base64Test, DecodesWithoutPaddingAndSkipsWhiteSpaceButRejectsMalformedInput
   const std::vector<std::pair<std::string, std::optional<std::string>>> cases = {
       {"Zg", "f"},
       {"Zm9v\r\nYmFy", "foobar"},
+      {"Zm\t9v\vYm\fFy ", "foobar"},  // vertical tab and form feed are white space too
       {"Z", std::nullopt},          // a lone symbol carries no whole byte
       {"Zm9vY", std::nullopt},      // five symbols
       {"Zg=", std::nullopt},        // padding short of a whole quantum
