@@ -1,8 +1,13 @@
 #include "orvid/providers.h"
 
+#include <initializer_list>
+#include <string_view>
+
 #include "orvid/ai/http_chat_completion_client.h"
 #include "orvid/ai/system_credential_store.h"
 #include "orvid/platform/curl_orvid_http_client.h"
+#include "orvid/transcription/realtime/beast_orvid_websocket_connector.h"
+#include "orvid/transcription/realtime/openai_realtime_transcription_provider.h"
 #include "orvid/transcription/ai_provider_registry.h"
 #include "orvid/transcription/asr_language_routing_resolver.h"
 #include "orvid/transcription/transcription_provider_registry.h"
@@ -10,15 +15,33 @@
 namespace orvid {
 namespace {
 
-// `text` as an absolute http(s) URL; absent when not given.
-std::optional<URL> httpURL(const std::optional<std::string>& text) {
+// `text` as an absolute URL with one of `schemes`; absent when not given.
+std::optional<URL> baseURLOf(const std::optional<std::string>& text,
+                             std::initializer_list<std::string_view> schemes = {"http", "https"}) {
   if (!text) return std::nullopt;
   auto url = URL::parse(*text);
-  if (!url || (url->scheme() != "http" && url->scheme() != "https")) {
+  bool allowed = false;
+  for (auto scheme : schemes) allowed = allowed || (url && url->scheme() == scheme);
+  if (!allowed) {
     throw ProviderSetupError(ProviderSetupError::Case::invalidBaseURL,
-                             "The base URL \"" + *text + "\" is not an http or https URL.");
+                             "The base URL \"" + *text + "\" is not an " +
+                                 (schemes.size() > 2 ? "http(s) or ws(s)" : "http or https") + " URL.");
   }
   return url;
+}
+
+// The catalogue's cloud service `providerID`.
+TranscriptionProviderDescriptor cloudService(const std::string& providerID) {
+  auto descriptor = TranscriptionProviderRegistry::descriptor(providerID);
+  if (!descriptor) {
+    throw ProviderSetupError(ProviderSetupError::Case::unknownProvider,
+                             "There is no transcription provider \"" + providerID + "\".");
+  }
+  if (descriptor->backend.cloudDescriptor() == nullptr) {
+    throw ProviderSetupError(ProviderSetupError::Case::notACloudService,
+                             "\"" + providerID + "\" runs on this machine, not as a cloud speech service.");
+  }
+  return *descriptor;
 }
 
 ProviderSetupError missingBaseURL(const std::string& providerID) {
@@ -29,22 +52,16 @@ ProviderSetupError missingBaseURL(const std::string& providerID) {
 }  // namespace
 
 ProviderEnvironment ProviderEnvironment::system(const std::string& credentialService) {
-  return {std::make_shared<CurlOrvidHTTPClient>(), makeSystemCredentialStore(credentialService)};
+  return {std::make_shared<CurlOrvidHTTPClient>(), makeSystemCredentialStore(credentialService),
+          std::make_shared<BeastOrvidWebSocketConnector>()};
 }
 
 CloudTranscriptionSetup makeCloudTranscription(const CloudTranscriptionChoice& choice,
                                                const ProviderEnvironment& environment) {
-  auto descriptor = TranscriptionProviderRegistry::descriptor(choice.providerID);
-  if (!descriptor) {
-    throw ProviderSetupError(ProviderSetupError::Case::unknownProvider,
-                             "There is no transcription provider \"" + choice.providerID + "\".");
-  }
+  const auto service = cloudService(choice.providerID);
+  const auto* descriptor = &service;
   const auto* cloud = descriptor->backend.cloudDescriptor();
-  if (cloud == nullptr) {
-    throw ProviderSetupError(ProviderSetupError::Case::notACloudService,
-                             "\"" + choice.providerID + "\" runs on this machine, not as a cloud speech service.");
-  }
-  std::optional<URL> baseURL = choice.baseURL ? httpURL(choice.baseURL) : cloud->baseURL;
+  std::optional<URL> baseURL = choice.baseURL ? baseURLOf(choice.baseURL) : cloud->baseURL;
   if (!baseURL) throw missingBaseURL(choice.providerID);
 
   CloudTranscriptionSetup setup;
@@ -61,6 +78,32 @@ CloudTranscriptionSetup makeCloudTranscription(const CloudTranscriptionChoice& c
   return setup;
 }
 
+RealtimeTranscriptionSetup makeRealtimeTranscription(const CloudTranscriptionChoice& choice,
+                                                     const ProviderEnvironment& environment) {
+  const auto descriptor = cloudService(choice.providerID);
+  const auto* cloud = descriptor.backend.cloudDescriptor();
+  if (!cloud->realtimeBaseURL) {
+    throw ProviderSetupError(ProviderSetupError::Case::noRealtimeService,
+                             "\"" + descriptor.id + "\" has no real-time transcription service.");
+  }
+  if (descriptor.id != "openai") {
+    throw ProviderSetupError(ProviderSetupError::Case::notAvailableInThisBuild,
+                             "Real-time transcription with \"" + descriptor.id + "\" is not available in this build.");
+  }
+  std::optional<URL> baseURL =
+      choice.baseURL ? baseURLOf(choice.baseURL, {"http", "https", "ws", "wss"}) : cloud->realtimeBaseURL;
+  RealtimeTranscriptionSetup setup;
+  setup.providerID = descriptor.id;
+  setup.modelID = choice.modelID.value_or(cloud->defaultRealtimeModelID.value_or(cloud->defaultModelID));
+  ASRLanguageSelection selection;
+  selection.languageCodes = choice.languageCodes;
+  setup.languageRoute =
+      ASRLanguageRoutingResolver::resolve(selection, descriptor, ASRTranscriptionTransport::realtime, setup.modelID);
+  setup.provider = std::make_shared<OpenAIRealtimeTranscriptionProvider>(
+      *baseURL, descriptor.id, setup.modelID, environment.credentialStore, environment.webSocketConnector);
+  return setup;
+}
+
 AIProviderSetup makeAIProvider(const AIProviderChoice& choice, const ProviderEnvironment& environment) {
   auto descriptor = AIProviderRegistry::descriptor(choice.providerID);
   if (!descriptor) {
@@ -72,7 +115,7 @@ AIProviderSetup makeAIProvider(const AIProviderChoice& choice, const ProviderEnv
   setup.configuration.id = descriptor->id;
   setup.configuration.providerID = descriptor->id;
   setup.configuration.displayName = descriptor->displayName;
-  setup.configuration.baseURL = httpURL(choice.baseURL);
+  setup.configuration.baseURL = baseURLOf(choice.baseURL);
   if (!setup.configuration.baseURL && !descriptor->defaultBaseURL) throw missingBaseURL(descriptor->id);
   if (choice.modelID) {
     setup.configuration.selectedModelID = choice.modelID;

@@ -12,6 +12,8 @@
 #include "orvid/core/corelib/ai_provider.h"
 #include "orvid/platform/orvid_http_client.h"
 #include "orvid/transcription/cloud_batch/cloud_batch_transcription_provider.h"
+#include "orvid/transcription/realtime/orvid_websocket.h"
+#include "orvid/transcription/realtime_transcription_provider.h"
 
 // From a catalogue entry to a provider that works: the step every host takes
 // before its first transcription or chat.
@@ -29,6 +31,10 @@ class ProviderSetupError : public std::exception {
     invalidBaseURL,
     // Neither the choice nor the catalogue gives the provider an address.
     missingBaseURL,
+    // The service has no real-time endpoint; a real-time provider was asked for.
+    noRealtimeService,
+    // The service streams, but this build has no session for its protocol yet.
+    notAvailableInThisBuild,
   };
 
   ProviderSetupError(Case errorCase, std::string message)
@@ -42,13 +48,16 @@ class ProviderSetupError : public std::exception {
   std::string message_;
 };
 
-// What the providers made here share: the HTTP transport and where API keys live.
+// What the providers made here share: the HTTP and WebSocket transports and where
+// API keys live.
 struct ProviderEnvironment {
   std::shared_ptr<OrvidHTTPClient> httpClient;
   std::shared_ptr<const OrvidCredentialStore> credentialStore;
+  std::shared_ptr<OrvidWebSocketConnector> webSocketConnector;
 
-  // libcurl for HTTP and the system credential store (makeSystemCredentialStore)
-  // under `credentialService`.
+  // libcurl for HTTP, Beast for WebSockets (trusting the system's certificate
+  // authorities) and the system credential store (makeSystemCredentialStore) under
+  // `credentialService`.
   static ProviderEnvironment system(const std::string& credentialService = "orvid");
 };
 
@@ -77,6 +86,24 @@ struct CloudTranscriptionSetup {
 // http(s), and a provider without any address.
 CloudTranscriptionSetup makeCloudTranscription(const CloudTranscriptionChoice& choice,
                                                const ProviderEnvironment& environment = ProviderEnvironment::system());
+
+// A real-time speech service ready to open sessions.
+struct RealtimeTranscriptionSetup {
+  std::shared_ptr<RealtimeTranscriptionProvider> provider;
+  // The route to put on each RealtimeTranscriptionStartRequest.
+  ResolvedASRLanguageRoute languageRoute;
+  std::string providerID;
+  std::string modelID;
+};
+
+// The real-time provider for `choice` (its modelID one of the catalogue's real-time
+// models, the first by default; its baseURL http(s) or ws(s)). The API key is read
+// as for makeCloudTranscription. Throws ProviderSetupError as makeCloudTranscription
+// does, and for a service without a real-time endpoint or whose real-time protocol
+// this build does not speak.
+RealtimeTranscriptionSetup makeRealtimeTranscription(const CloudTranscriptionChoice& choice,
+                                                     const ProviderEnvironment& environment =
+                                                         ProviderEnvironment::system());
 
 // A language-model provider of the catalogue as the host chose it.
 struct AIProviderChoice {

@@ -170,26 +170,46 @@ CommandError setupFailure(const ProviderSetupError& error, std::string_view base
   }
 }
 
-}  // namespace
-
-CloudTranscriptionSetup transcriptionService(const ServiceOptions& options) {
+CloudTranscriptionChoice serviceChoice(const ServiceOptions& options) {
   CloudTranscriptionChoice choice;
   choice.providerID = options.provider;
   if (!options.baseURL.empty()) choice.baseURL = options.baseURL;
   if (!options.model.empty()) choice.modelID = options.model;
   if (!options.language.empty()) choice.languageCodes = {options.language};
-  CloudTranscriptionSetup setup;
+  return choice;
+}
+
+// A language asked for explicitly on the command line is sent as given, even where
+// the catalogue does not list it.
+void insistOnLanguage(const ServiceOptions& options, ResolvedASRLanguageRoute& route) {
+  if (options.language.empty() || route.providerLanguage) return;
+  route.providerLanguage = options.language;
+  route.diagnostics.push_back("language " + options.language + " sent as given on the command line");
+}
+
+template <typename Make>
+auto serviceSetup(const ServiceOptions& options, Make make) {
   try {
-    setup = makeCloudTranscription(choice, ProviderEnvironment::system(kCredentialService));
+    auto setup = make(serviceChoice(options), ProviderEnvironment::system(kCredentialService));
+    insistOnLanguage(options, setup.languageRoute);
+    return setup;
   } catch (const ProviderSetupError& error) {
     throw setupFailure(error, "--base-url");
   }
-  if (!options.language.empty() && !setup.languageRoute.providerLanguage) {
-    // Asked for explicitly on the command line: sent as given even where the catalogue does not list it.
-    setup.languageRoute.providerLanguage = options.language;
-    setup.languageRoute.diagnostics.push_back("language " + options.language + " sent as given on the command line");
-  }
-  return setup;
+}
+
+}  // namespace
+
+CloudTranscriptionSetup transcriptionService(const ServiceOptions& options) {
+  return serviceSetup(options, [](const auto& choice, const auto& environment) {
+    return makeCloudTranscription(choice, environment);
+  });
+}
+
+RealtimeTranscriptionSetup realtimeService(const ServiceOptions& options) {
+  return serviceSetup(options, [](const auto& choice, const auto& environment) {
+    return makeRealtimeTranscription(choice, environment);
+  });
 }
 
 AIProviderSetup aiProviderSetup(const std::string& provider, const std::string& baseURL, const std::string& model,

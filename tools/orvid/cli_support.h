@@ -62,6 +62,10 @@ struct ServiceOptions {
 // as given. Setup failures are CommandErrors naming the option to fix.
 CloudTranscriptionSetup transcriptionService(const ServiceOptions& options);
 
+// The catalogue's real-time service through the library's front door, as
+// transcriptionService() does for the batch one.
+RealtimeTranscriptionSetup realtimeService(const ServiceOptions& options);
+
 // The catalogue's AI provider `provider` at `baseURL` (or its own address) with
 // `model`, empty texts meaning "not given". `baseURLOption` names the option in
 // errors; an unknown provider is a CommandError listing them.

@@ -178,6 +178,34 @@ expect_error "transcribe server error" transcribe "$work/ok.wav" --provider open
 [ "$(cat "$work/err")" = "orvid: ASR request failed with HTTP 500: upstream failed Authorization: Bearer [REDACTED]" ] \
   || fail "server error message: $(cat "$work/err")"
 
+# ----- listen, against the real-time replica over TLS -----
+replica_pids=()
+trap 'kill "$service_pid" "${replica_pids[@]}" 2>/dev/null; rm -rf "$work"' EXIT
+# start_replica NAME [ARGS...]: the replica's base URL in $replica_url, its CA in $replica_ca.
+start_replica() {
+  local name="$1"; shift
+  timeout 120 /usr/bin/python3 "$(dirname "$0")/../../scripts/realtime-replica.py" --port 0 \
+    --cert-dir "$work/replica-$name" "$@" >"$work/replica-$name.out" 2>&1 &
+  replica_pids+=($!)
+  for _ in $(seq 200); do grep -q '^ready' "$work/replica-$name.out" && break; sleep 0.05; done
+  replica_url=$(sed -n 's/^ready \([^ ]*\) ca=.*/\1/p' "$work/replica-$name.out")
+  replica_ca=$(sed -n 's/^ready .* ca=//p' "$work/replica-$name.out")
+  [ -n "$replica_url" ] || fail "replica $name did not start: $(cat "$work/replica-$name.out")"
+}
+printf '%s' "$key" | "$orvid" credentials set provider.openai.api-key >/dev/null 2>"$work/err" \
+  || fail "storing the real-time key: $(cat "$work/err")"
+start_replica plain
+SSL_CERT_FILE="$replica_ca" expect_ok "listen" "^The replica heard 0.10 seconds of audio.$" \
+  listen "$work/ok.wav" --provider openai --base-url "$replica_url" --language en
+grep -q "^partial: The replica" "$work/out" || fail "listen partials: $(cat "$work/out")"
+expect_error "listen untrusted" listen "$work/ok.wav" --provider openai --base-url "$replica_url"
+start_replica reject --fault reject
+SSL_CERT_FILE="$replica_ca" expect_error "listen rejected" listen "$work/ok.wav" --provider openai \
+  --base-url "$replica_url"
+grep -q "HTTP 401" "$work/err" || fail "listen rejected message: $(cat "$work/err")"
+expect_error "listen without real-time" listen "$work/ok.wav" --provider groq
+expect_error "listen stereo-less file" listen "$work/text.wav" --provider openai
+
 # ----- rewrite -----
 expect_ok "rewrite" "^In Finder: hello world$" rewrite "  hello world  " --prompt default_correct --provider ollama \
   --model test-model --base-url "$service/v1" --stats

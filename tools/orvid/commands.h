@@ -13,6 +13,7 @@ void addWavCommands(CLI::App& app);
 void addDemoCommands(CLI::App& app);
 void addCredentialCommands(CLI::App& app);
 void addTranscribeCommands(CLI::App& app);
+void addListenCommands(CLI::App& app);
 void addChatCommands(CLI::App& app);
 void addProviderCommands(CLI::App& app);
 void addCleanCommands(CLI::App& app);

@@ -2,8 +2,10 @@
 #include <cmath>
 #include <cstdint>
 #include <iostream>
+#include <memory>
 #include <numbers>
 #include <random>
+#include <string>
 #include <vector>
 
 #include <CLI/CLI.hpp>
@@ -124,7 +126,13 @@ void runDemo() {
 
 void addDemoCommands(CLI::App& app) {
   auto* demo = app.add_subcommand("demo", "Run an offline tour of the engine on a built-in recording");
-  demo->callback(runDemo);
+  auto savePath = std::make_shared<std::string>();
+  demo->add_option("--save-recording", *savePath, "Write the built-in recording to this WAV file instead");
+  demo->callback([savePath] {
+    if (savePath->empty()) return runDemo();
+    writeFile(*savePath, AudioWAVEncoder::encodePCM16({builtInRecording()}));
+    std::cout << "wrote " << *savePath << "\n";
+  });
 }
 
 }  // namespace orvid::cli
