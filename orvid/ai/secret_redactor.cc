@@ -36,18 +36,20 @@ constexpr std::string_view kGluedSeparator =
 
 constexpr std::size_t kPatternCount = 2 * kPatterns.size();
 
-// The four patterns as written, then each again with its leading word boundary
-// replaced by a glued separator. The second set runs after the first, so the first
-// set's results stand exactly; it only adds what the boundary hid.
+// Each of the four patterns with its leading word boundary replaced by a glued
+// separator, then the four as written. The glued set runs first: a value of the
+// third or fourth pattern runs on over an invisible character, so it would swallow
+// a glued label and leave that label's secret behind. Where nothing is glued to a
+// label the glued set matches nothing and the four give their own results.
 std::array<std::string, kPatternCount> patternSources() {
   std::array<std::string, kPatternCount> sources;
   for (std::size_t index = 0; index < kPatterns.size(); ++index) {
-    sources[index] = kPatterns[index];
     std::string glued = kPatterns[index];
     const std::size_t boundary = glued.find(R"(\b()");
     if (boundary == std::string::npos) throw std::logic_error("credential pattern without a leading boundary");
     glued.replace(boundary, 2, kGluedSeparator);
-    sources[kPatterns.size() + index] = std::move(glued);
+    sources[index] = std::move(glued);
+    sources[kPatterns.size() + index] = kPatterns[index];
   }
   return sources;
 }
