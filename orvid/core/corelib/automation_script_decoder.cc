@@ -79,6 +79,13 @@ std::optional<nlohmann::json> parseJSON(std::string_view text) {
   return json;
 }
 
+// The title a proposal without one gets: what its command does, else the command.
+void giveTitle(AutomationScriptProposal& proposal) {
+  if (proposal.title.empty() && !proposal.command.empty()) {
+    proposal.title = AutomationTitleExtractor::title(proposal.command).value_or(proposal.command);
+  }
+}
+
 std::optional<AutomationScriptProposal> proposalFromObject(const nlohmann::json& object) {
   auto title = json_support::stringMember(object, "title");
   auto command = json_support::stringMember(object, "command");
@@ -89,9 +96,7 @@ std::optional<AutomationScriptProposal> proposalFromObject(const nlohmann::json&
   proposal.title = std::string(trimASCIIWhitespace(title.value_or("")));
   proposal.command = std::string(trimASCIIWhitespace(command.value_or("")));
   if (script && !trimASCIIWhitespace(*script).empty()) proposal.script = std::string(trimASCIIWhitespace(*script));
-  if (proposal.title.empty() && !proposal.command.empty()) {
-    proposal.title = AutomationTitleExtractor::title(proposal.command).value_or(proposal.command);
-  }
+  giveTitle(proposal);
   return proposal;
 }
 
@@ -114,8 +119,11 @@ std::string commandRunning(const std::string& script) {
   return "bash \"$SCRIPT\"";
 }
 
+// With the command that runs its script, and a title for that command, so that its
+// canonical text reads back as the same proposal.
 AutomationScriptProposal completed(AutomationScriptProposal proposal) {
   if (proposal.command.empty() && proposal.script) proposal.command = commandRunning(*proposal.script);
+  giveTitle(proposal);
   return proposal;
 }
 

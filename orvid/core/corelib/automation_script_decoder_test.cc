@@ -50,6 +50,11 @@ TEST(AutomationScriptDecoderTest, CanonicalTextReadsBackAsTheSameRunnableProposa
     EXPECT_EQ(AutomationScriptDecoder::structuredProposal(canonical), proposal) << canonical;
   }
   EXPECT_EQ(AutomationScriptDecoder::canonicalOutput({"T", "ls", std::nullopt}), R"({"command":"ls","title":"T"})");
+  // Only a script: written with the command and title it reads back with.
+  const auto canonical = AutomationScriptDecoder::canonicalOutput({"", "", "#!/bin/sh\necho hi"});
+  const auto read = AutomationScriptDecoder::runnableProposal(canonical, false);
+  ASSERT_TRUE(read);
+  EXPECT_EQ(AutomationScriptDecoder::canonicalOutput(*read), canonical);
 }
 
 TEST(AutomationScriptDecoderTest, AScriptWithoutCommandGetsOneForItsInterpreter) {
