@@ -1,6 +1,8 @@
 #include "orvid/transcription/realtime_transcript_accumulator.h"
 
 #include <algorithm>
+#include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -150,6 +152,72 @@ void appendFoldedAlphanumerics(std::string_view character, std::u32string& scala
   }
 }
 
+// What one BMP scalar on its own contributes to a comparison text, worked out once
+// and kept: 0 until known; otherwise kKnown, plus kJoins when the scalar may join
+// the character before it (so splitting the text needs ICU's break rules), plus
+// either kDropped, kSeveral (folding makes more than one scalar) or the one folded
+// scalar.
+constexpr std::uint32_t kKnown = 1u << 31;
+constexpr std::uint32_t kJoins = 1u << 30;
+constexpr std::uint32_t kDropped = 0x3FFFFF;
+constexpr std::uint32_t kSeveral = 0x3FFFFE;
+constexpr std::uint32_t kScalarBits = 0x3FFFFF;
+
+bool joinsPrevious(UChar32 scalar) {
+  switch (u_getIntPropertyValue(scalar, UCHAR_GRAPHEME_CLUSTER_BREAK)) {
+    case U_GCB_EXTEND:
+    case U_GCB_ZWJ:
+    case U_GCB_SPACING_MARK:
+    case U_GCB_PREPEND:
+    case U_GCB_L:
+    case U_GCB_V:
+    case U_GCB_T:
+    case U_GCB_REGIONAL_INDICATOR:
+      return true;
+    default:
+      return false;
+  }
+}
+
+std::uint32_t describeScalar(UChar32 scalar) {
+  char utf8[4];
+  int32_t length = 0;
+  UBool failed = false;
+  U8_APPEND(utf8, length, 4, scalar, failed);
+  std::u32string folded;
+  if (!failed) appendFoldedAlphanumerics(std::string_view(utf8, static_cast<std::size_t>(length)), folded);
+  const std::uint32_t contribution =
+      folded.empty() ? kDropped : (folded.size() > 1 ? kSeveral : static_cast<std::uint32_t>(folded[0]));
+  return kKnown | (joinsPrevious(scalar) ? kJoins : 0) | contribution;
+}
+
+// The description of `scalar`; BMP scalars, nearly all text, come from a table
+// shared by every thread and filled as they are met.
+std::uint32_t scalarDescription(UChar32 scalar) {
+  static std::array<std::atomic<std::uint32_t>, 0x10000> table{};
+  if (scalar < 0 || scalar > 0xFFFF) return describeScalar(scalar);
+  auto& entry = table[static_cast<std::size_t>(scalar)];
+  std::uint32_t description = entry.load(std::memory_order_relaxed);
+  if (description == 0) {
+    description = describeScalar(scalar);
+    entry.store(description, std::memory_order_relaxed);
+  }
+  return description;
+}
+
+// True when some scalar of `text` may join the one before it, so that characters
+// are not simply scalars (with "\r\n" as one).
+bool needsBreakRules(std::string_view text) {
+  int32_t offset = 0;
+  const auto length = static_cast<int32_t>(text.size());
+  while (offset < length) {
+    UChar32 scalar;
+    U8_NEXT(text.data(), offset, length, scalar);
+    if (scalar >= 0x80 && (scalarDescription(scalar) & kJoins) != 0) return true;
+  }
+  return false;
+}
+
 // The folded letters and digits of a text, with the text offset just after the
 // character each came from; boundaries[0] is 0 for a non-empty text, so the first
 // k scalars come from text[0, boundaries[k]).
@@ -161,19 +229,51 @@ struct ComparisonText {
   explicit ComparisonText(std::string_view text) {
     if (text.empty()) return;
     boundaries.push_back(0);
-    Characters(text).forEach([&](std::size_t begin, std::size_t end) {
-      ++characterCount;
-      std::string_view character = text.substr(begin, end - begin);
-      std::size_t before = scalars.size();
-      if (character.size() == 1 && isASCII(character)) {
-        char c = character[0];
-        if ((c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'))
-          scalars.push_back(static_cast<char32_t>(internal::lowercaseASCII(c)));
-      } else {
-        appendFoldedAlphanumerics(character, scalars);
+    scalars.reserve(text.size());
+    boundaries.reserve(text.size() + 1);
+    if (needsBreakRules(text)) {
+      Characters(text).forEach([&](std::size_t begin, std::size_t end) { add(text, begin, end); });
+      return;
+    }
+    // Every scalar is a character of its own, but for "\r\n".
+    int32_t offset = 0;
+    const auto length = static_cast<int32_t>(text.size());
+    while (offset < length) {
+      const auto begin = static_cast<std::size_t>(offset);
+      UChar32 scalar;
+      U8_NEXT(text.data(), offset, length, scalar);
+      if (scalar == '\r' && offset < length && text[static_cast<std::size_t>(offset)] == '\n') ++offset;
+      const auto end = static_cast<std::size_t>(offset);
+      if (scalar < 0x80) {
+        add(text, begin, end);
+        continue;
       }
-      boundaries.insert(boundaries.end(), scalars.size() - before, end);
-    });
+      ++characterCount;
+      const std::uint32_t contribution = scalarDescription(scalar < 0 ? 0xFFFD : scalar) & kScalarBits;
+      if (contribution == kSeveral) {
+        --characterCount;
+        add(text, begin, end);
+      } else if (contribution != kDropped) {
+        scalars.push_back(static_cast<char32_t>(contribution));
+        boundaries.push_back(end);
+      }
+    }
+  }
+
+ private:
+  // One character, text[begin, end).
+  void add(std::string_view text, std::size_t begin, std::size_t end) {
+    ++characterCount;
+    std::string_view character = text.substr(begin, end - begin);
+    std::size_t before = scalars.size();
+    if (character.size() == 1 && isASCII(character)) {
+      char c = character[0];
+      if ((c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'))
+        scalars.push_back(static_cast<char32_t>(internal::lowercaseASCII(c)));
+    } else {
+      appendFoldedAlphanumerics(character, scalars);
+    }
+    boundaries.insert(boundaries.end(), scalars.size() - before, end);
   }
 };
 
