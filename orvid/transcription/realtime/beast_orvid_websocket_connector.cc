@@ -71,6 +71,9 @@ OrvidWebSocketError describe(const boost::system::error_code& error, bool openin
   if (error == websocket::error::message_too_big || error == beast::http::error::buffer_overflow) {
     return OrvidWebSocketError::make(Case::messageTooLarge);
   }
+  if (error == beast::http::error::end_of_stream || error == beast::http::error::partial_message) {
+    return OrvidWebSocketError::make(Case::connectionLost, error.message());
+  }
   if (error == net::error::eof || error == asioError::connection_reset || error == asioError::broken_pipe ||
       error == asioError::connection_aborted || error == asioError::operation_aborted) {
     return OrvidWebSocketError::make(opening ? Case::cannotConnectToHost : Case::connectionLost, error.message());
@@ -221,6 +224,9 @@ class BeastConnection final : public OrvidWebSocketConnection {
   net::awaitable<void> opening(OrvidHTTPRequest request, Endpoint endpoint) {
     auto addresses = co_await resolver_.async_resolve(endpoint.host, endpoint.port, net::use_awaitable);
     co_await beast::get_lowest_layer(socket_).async_connect(addresses, net::use_awaitable);
+    // Audio goes out in small frames that must not wait for the previous one's
+    // acknowledgement.
+    beast::get_lowest_layer(socket_).socket().set_option(tcp::no_delay(true));
     if constexpr (isSecure) {
       auto& tlsStream = socket_.next_layer();
       if (!isIPAddress(endpoint.host) && !SSL_set_tlsext_host_name(tlsStream.native_handle(), endpoint.host.c_str())) {
