@@ -39,12 +39,12 @@ class StreamPeer final : public LoopbackWebSocketServer::Peer {
     return std::string(found->value());
   }
 
-  void reject(int status) override {
+  void reject(int status, std::string_view body) override {
     if (state_ != State::pending) return;
     state_ = State::rejected;
     http::response<http::string_body> response(static_cast<http::status>(status), request_.version());
     response.set(http::field::content_type, "application/json");
-    response.body() = R"({"error":"refused"})";
+    response.body() = body;
     response.prepare_payload();
     boost::system::error_code ignored;
     http::write(socket_.next_layer(), response, ignored);

@@ -33,8 +33,9 @@ class LoopbackWebSocketServer {
     // The opening request's target (path and query) and header fields.
     virtual const std::string& target() const = 0;
     virtual std::optional<std::string> header(std::string_view name) const = 0;
-    // Answers the opening request with `status` instead of switching protocols.
-    virtual void reject(int status) = 0;
+    // Answers the opening request with `status` and the JSON `body` instead of
+    // switching protocols.
+    virtual void reject(int status, std::string_view body = R"({"error":"refused"})") = 0;
     // The next message; absent once the client closed or the connection broke.
     virtual std::optional<Message> receive() = 0;
     // The close code the client sent, once receive() has come back absent (0 if none).

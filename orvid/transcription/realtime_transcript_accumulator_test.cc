@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "orvid/platform/internal/text.h"
 #include "orvid/transcription/live_transcription_text_accumulator.h"
 #include "orvid/transcription/realtime_transcript_accumulator.h"
 
@@ -52,6 +53,27 @@ TEST(RealtimeTranscriptAccumulatorTest, MergeExtendsOverlapsRestatesRevisesOrJoi
   for (const auto& [current, incoming, expected] : cases) {
     SCOPED_TRACE(current + " + " + incoming);
     EXPECT_EQ(Accumulator::merge(current, incoming), expected);
+  }
+}
+
+TEST(RealtimeTranscriptAccumulatorTest, MergeKeepsATextAgainstItselfAndAgainstEveryPrefixOfIt) {
+  std::string long3000;  // 50 sentences of 60 scalars
+  for (int i = 0; i < 50; ++i) long3000 += "Ça va, 東京? Über größte Straße — naïve café; 12.5% 你好世界! Yes.";
+  const std::vector<std::string> texts = {
+      "hello world how are you", "Crème brûlée à la façon d’Émile", "東京は晴れです。今日もいい天気ですね。",
+      "Wait... what?! (No — really.) \"Quoted\", 'single'; a-b/c", "안녕하세요 세계, 반갑습니다",
+      "De\u0301ja\u0300 vu, cafe\u0301", long3000};
+  for (const std::string& text : texts) {
+    EXPECT_EQ(Accumulator::merge(text, text), text);
+    // Each merge folds all of `text`: the long one is cut at every 31st byte only.
+    for (std::size_t cut = 1; cut < text.size(); cut += (text.size() > 1000 ? 31 : 1)) {
+      // Not inside a scalar; cuts between a letter and its combining accent are tried too.
+      if ((static_cast<unsigned char>(text[cut]) & 0xC0) == 0x80) continue;
+      const std::string_view prefix = internal::trimUnicodeWhitespace(std::string_view(text).substr(0, cut));
+      if (!prefix.empty()) {
+        EXPECT_EQ(Accumulator::merge(text, prefix), text) << prefix;
+      }
+    }
   }
 }
 
