@@ -12,11 +12,7 @@ std::optional<std::string> endpointText(const char* base, std::optional<std::str
 }
 
 TEST(AIProviderURLBuilderTest, EndpointJoinsBaseAndPathWithExactlyOneSlash) {
-  struct Case {
-    const char* base;
-    std::optional<std::string> path;
-    std::optional<std::string> expected;
-  };
+  struct Case { const char* base; std::optional<std::string> path; std::optional<std::string> expected; };
   const Case cases[] = {
       {"https://api.example.com/v1/", "/models", "https://api.example.com/v1/models"},
       {"https://api.example.com/v1", "models", "https://api.example.com/v1/models"},
@@ -43,11 +39,7 @@ TEST(AIProviderURLBuilderTest, EndpointJoinsBaseAndPathWithExactlyOneSlash) {
 }
 
 TEST(AIProviderURLBuilderTest, ChatEndpointNeverDoublesTheChatPath) {
-  struct Case {
-    const char* base;
-    const char* path;
-    const char* expected;
-  };
+  struct Case { const char* base; const char* path; const char* expected; };
   const Case cases[] = {
       {"https://api.example.com/v1", "chat/completions", "https://api.example.com/v1/chat/completions"},
       {"https://api.example.com/v1/", "/chat/completions", "https://api.example.com/v1/chat/completions"},

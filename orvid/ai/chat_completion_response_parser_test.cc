@@ -11,10 +11,7 @@ namespace {
 ChatCompletionResult parseText(const std::string& text) { return ChatCompletionResponseParser::parse(bytesFromString(text)); }
 
 TEST(ChatCompletionResponseParserTest, ReadsTheContentOfEachShape) {
-  struct Case {
-    const char* body;
-    const char* content;
-  };
+  struct Case { const char* body; const char* content; };
   const Case cases[] = {
       {R"({"choices":[{"index":0,"message":{"role":"assistant","content":" Hello \n"}}]})", " Hello \n"},
       {R"({"content":[{"type":"text","text":"a"},{"type":"tool_use","id":"t"},{"type":"text","text":"b"}]})", "ab"},
@@ -25,9 +22,7 @@ TEST(ChatCompletionResponseParserTest, ReadsTheContentOfEachShape) {
       // "choices" that are not all objects are not the OpenAI shape.
       {R"({"choices":[{"message":{"content":"x"}},"junk"],"content":"fallback"})", "fallback"},
   };
-  for (const Case& c : cases) {
-    EXPECT_EQ(parseText(c.body).content, c.content) << c.body;
-  }
+  for (const Case& c : cases) EXPECT_EQ(parseText(c.body).content, c.content) << c.body;
 }
 
 TEST(ChatCompletionResponseParserTest, RejectsAnswersWithoutUsableContent) {
@@ -43,11 +38,7 @@ TEST(ChatCompletionResponseParserTest, RejectsAnswersWithoutUsableContent) {
 }
 
 TEST(ChatCompletionResponseParserTest, ReadsTokenCountsFromEitherNaming) {
-  struct Case {
-    const char* usage;
-    std::optional<std::int64_t> input;
-    std::optional<std::int64_t> output;
-  };
+  struct Case { const char* usage; std::optional<std::int64_t> input; std::optional<std::int64_t> output; };
   const Case cases[] = {
       {R"({"prompt_tokens":10,"completion_tokens":4,"total_tokens":14})", 10, 4},
       {R"({"input_tokens":3,"output_tokens":5})", 3, 5},

@@ -150,12 +150,7 @@ TEST_F(HTTPChatCompletionClientLoopbackTest, ServiceRefusalsBecomeRedactedProvid
   LoopbackOpenAIService openAI(server, {.apiKey = "sk-right-key"});
   LoopbackAnthropicService anthropic(server, {.pathPrefix = "/anthropic/v1", .apiKey = "sk-ant-right"});
 
-  struct Case {
-    AIProviderDescriptor provider;
-    std::string baseURL;
-    std::string key;
-    std::string expectedFragment;
-  };
+  struct Case { AIProviderDescriptor provider; std::string baseURL; std::string key; std::string expectedFragment; };
   auto noVersion = anthropicProvider();
   noVersion.defaultHeaders.clear();
   const Case cases[] = {

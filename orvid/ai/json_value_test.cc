@@ -9,10 +9,7 @@ namespace {
 JSONValue decoded(const char* text) { return nlohmann::json::parse(text).get<JSONValue>(); }
 
 TEST(JSONValueTest, DecodesEachKindTryingBooleansBeforeNumbers) {
-  struct Case {
-    const char* text;
-    JSONValue expected;
-  };
+  struct Case { const char* text; JSONValue expected; };
   const Case cases[] = {
       {"true", JSONValue::boolean(true)},
       {"false", JSONValue::boolean(false)},

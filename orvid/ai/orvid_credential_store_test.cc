@@ -28,10 +28,7 @@ std::string shellQuoted(const std::string& text) {
   return quoted + "'";
 }
 
-struct CommandResult {
-  int exitCode = -1;
-  std::string output;
-};
+struct CommandResult { int exitCode = -1; std::string output; };
 
 CommandResult run(const std::string& command) {
   CommandResult result;

@@ -11,10 +11,7 @@ namespace orvid {
 namespace {
 
 TEST(SecretRedactorTest, ReplacesTheSecretAfterEachLabelAndKeepsTheLabel) {
-  struct Case {
-    std::string input;
-    std::string expected;
-  };
+  struct Case { std::string input; std::string expected; };
   const std::vector<Case> cases = {
       {"Authorization: Bearer abc.def", "Authorization: Bearer [REDACTED]"},
       {"api_key=\"xyz\"", "api_key=\"[REDACTED]\""},
