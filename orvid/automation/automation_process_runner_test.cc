@@ -28,11 +28,7 @@ class AutomationProcessRunnerTest : public ChildProcessTest {
 };
 
 TEST_F(AutomationProcessRunnerTest, ReturnsTheExitCodeAndBothOutputsDecodedAsUTF8) {
-  struct Case {
-    std::string body;
-    std::optional<ProcessEnvironment> environment;
-    AutomationProcessOutput expected;
-  };
+  struct Case { std::string body; std::optional<ProcessEnvironment> environment; AutomationProcessOutput expected; };
   const std::string printValue = "printf '%s|%s' \"$ORVID_RUNNER_VALUE\" \"$1\"\n";
   const std::vector<Case> cases = {
       {"echo out; echo err >&2; exit 3\n", std::nullopt, {3, "out\n", "err\n", std::nullopt}},
@@ -106,9 +102,7 @@ TEST_F(AutomationProcessRunnerTest, ProgressReportsTheWholeOutputSoFarWithSecret
                                          [&](const AutomationExecutionProgress& report) { reports.push_back(report); });
   EXPECT_EQ(runner_.run(path.string(), {}, 10, std::nullopt, progress, executionID).exitCode, 0);
   ASSERT_FALSE(reports.empty());
-  for (const auto& report : reports) {
-    EXPECT_EQ(report.stdout.find("abcdef123"), std::string::npos) << report.stdout;
-  }
+  for (const auto& report : reports) EXPECT_EQ(report.stdout.find("abcdef123"), std::string::npos) << report.stdout;
   EXPECT_EQ(reports.back().stdout, "step one\napi_key=[REDACTED] step two\n");
   EXPECT_EQ(reports.back().stderr, "Authorization: Bearer [REDACTED]\n");
 }

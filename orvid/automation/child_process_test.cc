@@ -18,11 +18,7 @@ namespace {
 using testing::waitForProcessEnd;
 using Clock = std::chrono::steady_clock;
 
-struct Collected {
-  std::string stdout;
-  std::string stderr;
-  ChildProcessOutcome outcome;
-};
+struct Collected { std::string stdout; std::string stderr; ChildProcessOutcome outcome; };
 
 Collected superviseToEnd(ChildProcess& child, ChildProcess::Supervision supervision = {}) {
   Collected collected;

@@ -32,9 +32,7 @@ TEST(ExecutableSearchPathsTest, TriesCandidatesThenPathDirectoriesEachOnce) {
       {{"/only/tool", "/only/tool"}, {}, {"/only/tool"}},
       {{}, {{"PATH", ""}}, {}},
   };
-  for (const auto& c : cases) {
-    EXPECT_EQ(executableSearchPaths("tool", c.candidates, c.environment), c.expected);
-  }
+  for (const auto& c : cases) EXPECT_EQ(executableSearchPaths("tool", c.candidates, c.environment), c.expected);
 }
 
 TEST(ExecutionEnvironmentTest, PutsTheToolDirectoryFirstAndEveryDirectoryOnce) {

@@ -179,10 +179,7 @@ TEST_F(ProcessCUADriverClientTest, SignalsMalformedTextAndSecretsComeBackAsTheTo
 }
 
 TEST_F(ProcessCUADriverClientTest, TheTimeLimitTerminatesTheToolAndFailsAtOnce) {
-  struct Case {
-    std::string mode;
-    int timeoutSeconds;
-  };
+  struct Case { std::string mode; int timeoutSeconds; };
   // At least one second; a tool that ignores the terminate signal does not hold the caller.
   const std::vector<Case> cases = {{"hang", -3}, {"ignore-term", 1}};
   auto driver = client({driver_.string()});
