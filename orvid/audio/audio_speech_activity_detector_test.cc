@@ -87,12 +87,7 @@ TEST(AudioSpeechActivityDetectorTest, ReadsFramesAtTheFirstRateUpToTheirSampleCo
   auto interleaved = [](const std::vector<std::int16_t>& samples) {
     return std::vector<PCMFrame>{{pack(samples), 100, 2, 0}};
   };
-  struct Case {
-    std::string name;
-    std::vector<PCMFrame> frames;
-    double duration;
-    float peak;
-  };
+  struct Case { std::string name; std::vector<PCMFrame> frames; double duration; float peak; };
   const std::vector<Case> cases = {
       {"timed at the first positive rate",
        {mono(alternating(100, 100), 0), mono(alternating(100, 100), 100), mono(alternating(100, 100), 50)},

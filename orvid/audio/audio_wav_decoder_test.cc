@@ -89,12 +89,7 @@ TEST(AudioWAVDecoderTest, RejectsMalformedHeadersInTheOrderTheyAreChecked) {
     change(wav);
     return wav;
   };
-  struct Case {
-    std::string name;
-    Bytes wav;
-    int samplesPerFrame;
-    Error expected;
-  };
+  struct Case { std::string name; Bytes wav; int samplesPerFrame; Error expected; };
   const std::vector<Case> cases = {
       {"43 bytes", Bytes(valid.begin(), valid.begin() + 43), 0, Error::truncatedHeader()},
       {"no RIFF", with([](Bytes& b) { b[0] = 'r'; }), 320, Error::notAWAVFile()},

@@ -72,10 +72,7 @@ TEST(AudioWAVEncoderTest, TakesTheFormatFromTheFirstFrameTruncatedAndConcatenate
 }
 
 TEST(AudioWAVEncoderTest, RejectsFormatsThatDoNotFitTheHeader) {
-  struct Case {
-    std::string name;
-    PCMFrame frame;
-  };
+  struct Case { std::string name; PCMFrame frame; };
   const std::vector<Case> cases = {
       {"rate beyond 32 bits", {{}, 4294967296.0, 1, 0}},
       {"rate at or below -1", {{}, -1.0, 1, 0}},
@@ -97,11 +94,7 @@ TEST(AudioWAVEncoderTest, RejectsFormatsThatDoNotFitTheHeader) {
 }
 
 TEST(AudioWAVEncoderTest, SilenceHoldsTheTruncatedDurationOfZeroSamples) {
-  struct Case {
-    double sampleRate;
-    int durationMilliseconds;
-    std::size_t samples;
-  };
+  struct Case { double sampleRate; int durationMilliseconds; std::size_t samples; };
   const std::vector<Case> cases = {
       // 44.1 samples truncate to 44.
       {44100, 1, 44},

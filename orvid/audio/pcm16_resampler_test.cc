@@ -71,11 +71,7 @@ TEST(PCM16ResamplerTest, InterpolatesLinearlyRoundingHalfAwayFromZeroAndHoldsThe
 
 TEST(PCM16ResamplerTest, ReturnsFramesItCannotOrNeedNotResampleUnchanged) {
   const Bytes samples = pack({1, 2, 3, 4, 5, 6});
-  struct Case {
-    std::string name;
-    PCMFrame frame;
-    double targetRate;
-  };
+  struct Case { std::string name; PCMFrame frame; double targetRate; };
   const std::vector<Case> cases = {
       {"stereo", {samples, 48000, 2, 3}, 16000},
       {"rate 0", {samples, 0, 1, 6}, 16000},
