@@ -27,11 +27,7 @@ OrvidAutomationProposal proposal(AIAutomationMethod method, std::string instruct
 }
 
 TEST(OrvidAutomationProposalTest, WarnsAboutLowConfidenceWithRoundedPercentages) {
-  struct Case {
-    std::optional<double> confidence;
-    double minimum;
-    std::optional<std::string> warning;
-  };
+  struct Case { std::optional<double> confidence; double minimum; std::optional<std::string> warning; };
   const std::vector<Case> cases = {
       {0.42, 0.55,
        "Low transcription confidence: 42% is below the 55% threshold. Confirm only if the request is correct."},
@@ -76,11 +72,7 @@ TEST(OrvidAutomationProposalTest, SummarisesTheModelAndProviderFromTrimmedIdenti
 }
 
 TEST(OrvidAutomationProposalTest, ConfirmationTextDependsOnTheMethodAndTheInstruction) {
-  struct Case {
-    AIAutomationMethod method;
-    std::string instruction;
-    std::string expected;
-  };
+  struct Case { AIAutomationMethod method; std::string instruction; std::string expected; };
   const std::string scriptJSON = R"({"title": "Tidy Downloads", "command": "rm ~/Downloads/*.dmg"})";
   const std::vector<Case> cases = {
       {AIAutomationMethod::computerUse, "\n  {\"summary\": \" Open Notes \", \"calls\": [1, 2]}  ", " Open Notes "},
