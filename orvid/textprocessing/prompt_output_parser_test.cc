@@ -59,11 +59,7 @@ TEST(PromptOutputParserTest, ReadsChoicesOnlyFromArraysOfStrings) {
 }
 
 TEST(PromptOutputParserTest, ReadsStructuredChoicesClampedToTheInputsCharacters) {
-  struct Case {
-    std::string answer;
-    std::optional<std::string> input;
-    std::optional<Choices> expected;
-  };
+  struct Case { std::string answer; std::optional<std::string> input; std::optional<Choices> expected; };
   const std::vector<Case> cases = {
       // Extra keys are ignored; empty texts dropped.
       {"```json\n[{\"text\": \"Hi world\", \"start\": 0, \"end\": 5, \"reason\": \"shorter\"},\n"
@@ -98,11 +94,7 @@ TEST(PromptOutputParserTest, RejectsChoicesThatAreTheInputCutIntoLines) {
             (Strings{"Alpha beta", "Gamma", "Delta"}));
 
   const std::string fiveLines = "one\ntwo\n\nthree\nfour\nfive";
-  struct Case {
-    Strings choices;
-    std::optional<std::string> input;
-    bool expected;
-  };
+  struct Case { Strings choices; std::optional<std::string> input; bool expected; };
   const std::vector<Case> cases = {
       {{"a", "b"}, fiveLines, false},
       {{"a", "b", "c", "d"}, fiveLines, true},

@@ -81,12 +81,7 @@ TEST_F(CleanupFixture, CleansWithTheConfiguredFillersStuttersAndTerms) {
 }
 
 TEST_F(CleanupFixture, TermsApplyOneAfterAnotherEachToTheTextTheEarlierOnesLeft) {
-  struct Case {
-    std::string input;
-    std::vector<std::string> terms;
-    double threshold;
-    std::string expected;
-  };
+  struct Case { std::string input; std::vector<std::string> terms; double threshold; std::string expected; };
   const std::vector<Case> cases = {
       {"zento flux and zento", {"Zento", "ZentoFlux"}, 0.85, "ZentoFlux and Zento"},
       {"zentoflux, zento-flux and zento flux", {"ZentoFlux", "Zento", "Flux"}, 0.85,
