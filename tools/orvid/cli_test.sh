@@ -203,6 +203,18 @@ start_replica reject --fault reject
 SSL_CERT_FILE="$replica_ca" expect_error "listen rejected" listen "$work/ok.wav" --provider openai \
   --base-url "$replica_url"
 grep -q "HTTP 401" "$work/err" || fail "listen rejected message: $(cat "$work/err")"
+# A session that never finishes ends cleanly on a signal, after its live text.
+start_replica stall --fault stall
+SSL_CERT_FILE="$replica_ca" "$orvid" listen "$work/ok.wav" --provider openai --base-url "$replica_url" \
+  >"$work/out" 2>"$work/err" &
+listen_pid=$!
+for _ in $(seq 200); do grep -q "^partial: The replica heard" "$work/out" && break; sleep 0.05; done
+kill -TERM "$listen_pid"
+timeout 20 tail --pid="$listen_pid" -f /dev/null || kill -KILL "$listen_pid"
+wait "$listen_pid"
+status=$?
+[ "$status" -eq 143 ] && [ "$(cat "$work/err")" = "orvid: interrupted" ] \
+  || fail "listen interrupted: status $status: $(cat "$work/out" "$work/err")"
 expect_error "listen without real-time" listen "$work/ok.wav" --provider groq
 expect_error "listen stereo-less file" listen "$work/text.wav" --provider openai
 
