@@ -7,7 +7,6 @@
 #include <nlohmann/json.hpp>
 
 #include "orvid/core/asr_language_route.h"
-#include "orvid/core/orvid_error.h"
 #include "orvid/core/pcm_frame.h"
 
 namespace orvid {
@@ -86,17 +85,6 @@ TEST(PCMFrameTest, JSONCarriesTheSamplesAsBase64AndRejectsCorruptText) {
   EXPECT_EQ(encoded.get<PCMFrame>(), frame);
   encoded["pcm16LittleEndian"] = "not*base64";
   EXPECT_THROW(encoded.get<PCMFrame>(), json::exception);
-}
-
-TEST(OrvidErrorTest, DriverNotReadyNamesTheReadinessAndEqualityComparesCaseAndPayload) {
-  EXPECT_STREQ(OrvidError::cuaDriverNotReady(CUADriverReadiness::permissionsMissing).what(),
-               "CUA Driver is not ready (permissionsMissing).");
-  EXPECT_EQ(OrvidError::cuaDriverNotReady(CUADriverReadiness::ready),
-            OrvidError::cuaDriverNotReady(CUADriverReadiness::ready));
-  EXPECT_NE(OrvidError::cuaDriverNotReady(CUADriverReadiness::ready),
-            OrvidError::cuaDriverNotReady(CUADriverReadiness::error));
-  // Same text, different case.
-  EXPECT_NE(OrvidError::privacyRestricted("Voice capture request mismatch."), OrvidError::requestMismatch());
 }
 
 }  // namespace

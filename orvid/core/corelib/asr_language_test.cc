@@ -20,11 +20,7 @@ const TranscriptionProviderDescriptor& catalogued(const std::string& id) {
 }
 
 TEST(ASRLanguageSelectionTest, LimitedKeepsSupportedCodesInTheUsersOrderAndSpelling) {
-  struct Row {
-    Codes selection;
-    Codes supported;
-    Codes expected;
-  };
+  struct Row { Codes selection; Codes supported; Codes expected; };
   const Row rows[] = {
       {{"en", "xx"}, {"en", "de"}, {"en"}},
       {{"DE", "en"}, {"auto", "en", "de"}, {"DE", "en"}},
@@ -40,12 +36,7 @@ TEST(ASRLanguageSelectionTest, LimitedKeepsSupportedCodesInTheUsersOrderAndSpell
 }
 
 TEST(ASRLanguageCapabilityResolverTest, CloudProvidersOfTheCatalogueOnBothTransports) {
-  struct Row {
-    const char* provider;
-    std::optional<std::string> model;
-    Capability batch;
-    Capability realtime;
-  };
+  struct Row { const char* provider; std::optional<std::string> model; Capability batch; Capability realtime; };
   const auto detect = Capability::singleLanguage(Behavior::detectAutomatically);
   const auto omit = Capability::singleLanguage(Behavior::omitLanguage);
   const auto firstSupported = Capability::singleLanguage(Behavior::fallbackToFirstSupported);
@@ -73,10 +64,7 @@ TEST(ASRLanguageCapabilityResolverTest, CloudProvidersOfTheCatalogueOnBothTransp
 }
 
 TEST(ASRLanguageCapabilityResolverTest, OnDeviceModelsFollowTheirEngineAndLanguageList) {
-  struct Row {
-    const char* provider;
-    Capability expected;
-  };
+  struct Row { const char* provider; Capability expected; };
   const Row rows[] = {
       {"local.whispercpp-base", Capability::singleLanguage(Behavior::detectAutomatically)},
       {"local.whispercpp-base-en", Capability::singleLanguage(Behavior::fallbackToFirstSupported)},

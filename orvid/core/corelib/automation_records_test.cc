@@ -7,10 +7,7 @@ namespace orvid {
 namespace {
 
 TEST(AutomationRecordsTest, AutomationModelCountsOnlyWithNonBlankModelAndProvider) {
-  struct Case {
-    std::optional<AIModelReference> model;
-    bool configured;
-  };
+  struct Case { std::optional<AIModelReference> model; bool configured; };
   const Case cases[] = {
       {std::nullopt, false},
       {AIModelReference{" m ", "", " p ", false, std::nullopt}, true},

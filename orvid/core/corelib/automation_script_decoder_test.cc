@@ -58,10 +58,7 @@ TEST(AutomationScriptDecoderTest, CanonicalTextReadsBackAsTheSameRunnableProposa
 }
 
 TEST(AutomationScriptDecoderTest, AScriptWithoutCommandGetsOneForItsInterpreter) {
-  struct Case {
-    const char* script;
-    const char* command;
-  };
+  struct Case { const char* script; const char* command; };
   const Case cases[] = {
       {"#!/usr/bin/env ruby\nputs 1", "/usr/bin/env ruby \"$SCRIPT\""},
       {"import json\nprint(json.dumps({}))", "python3 \"$SCRIPT\""},
@@ -96,10 +93,7 @@ TEST(AutomationScriptDecoderTest, RawCommandsRunOnlyWhenAllowed) {
 }
 
 TEST(AutomationTitleExtractorTest, MakesShortOneLineTitles) {
-  struct Case {
-    const char* text;
-    std::optional<std::string> title;
-  };
+  struct Case { const char* text; std::optional<std::string> title; };
   const Case cases[] = {
       {"Open Safari and go to example.com.", "Open Safari and go to example.com"},
       {"\n\n# Rename the screenshots:\nthen more", "Rename the screenshots"},

@@ -14,10 +14,7 @@ using nlohmann::json;
 const UUID kRequest = UUID::parse("0C5C7A3E-2B7F-4D1E-9A51-3F0C2E9D4B11").value();
 
 TEST(OrvidExecutionStateTest, HostReadsEachStageByKindWithItsPayload) {
-  struct Case {
-    VoiceCaptureStage stage;
-    std::string expected;
-  };
+  struct Case { VoiceCaptureStage stage; std::string expected; };
   const std::string id = R"("requestID":"0C5C7A3E-2B7F-4D1E-9A51-3F0C2E9D4B11")";
   const std::vector<Case> cases = {
       {VoiceCaptureStage::idle(), R"({"kind":"idle"})"},
@@ -42,22 +39,6 @@ TEST(OrvidExecutionStateTest, HostReadsEachStageByKindWithItsPayload) {
     EXPECT_EQ(json(state), expected);
     EXPECT_EQ(expected.get<OrvidExecutionState>(), state);
   }
-}
-
-TEST(OrvidExecutionStateTest, HostReadsTheTextsUnderTheirNamesAndOnlyThosePresent) {
-  OrvidExecutionState state;
-  state.stage = VoiceCaptureStage::failed(std::nullopt, "boom");
-  state.recognizedText = "heard";
-  state.cleanedText = "Heard.";
-  state.proposedText = "Open Mail";
-  state.executionOutput = "done";
-  state.deliveredText = "Hello";
-  state.errorMessage = "boom";
-  EXPECT_EQ(json(state), json::parse(R"({"stage":{"kind":"failed","message":"boom"},"recognizedText":"heard",
-      "cleanedText":"Heard.","proposedText":"Open Mail","executionOutput":"done","deliveredText":"Hello",
-      "errorMessage":"boom"})"));
-  state.progressMessage = "typing";
-  EXPECT_EQ(json(state).at("progressMessage"), "typing");
 }
 
 TEST(OrvidExecutionStateTest, DecodingRejectsUnknownStagesAndPurposes) {

@@ -17,10 +17,7 @@ namespace {
 using namespace std::chrono;
 
 TEST(JSONSupportTest, DatesAreStrictISO8601WithinTheClocksRange) {
-  struct Case {
-    std::string text;
-    std::optional<long long> millisSinceEpoch;
-  };
+  struct Case { std::string text; std::optional<long long> millisSinceEpoch; };
   const std::vector<Case> cases = {
       {"1970-01-01T00:00:00Z", 0},
       {"2026-11-23T08:15:02.125Z", 1795421702125},
@@ -53,10 +50,7 @@ TEST(JSONSupportTest, DatesAreStrictISO8601WithinTheClocksRange) {
 }
 
 TEST(JSONSupportTest, IntegersRejectFractionsAndWhatTheTypeCannotHold) {
-  struct Case {
-    nlohmann::json value;
-    std::optional<std::int32_t> expected;
-  };
+  struct Case { nlohmann::json value; std::optional<std::int32_t> expected; };
   const std::vector<Case> cases = {
       {42, 42},
       {-7, -7},

@@ -49,10 +49,7 @@ TEST(OrvidSettingsPersistenceTest, ReadsEveryStoredField) {
 
 TEST(OrvidSettingsPersistenceTest, SwitchesReadLikeTheMacAndOtherKindsFallBackToDefaults) {
   TemporaryDirectory folder;
-  struct Row {
-    const char* contents;
-    OrvidSettings expected;
-  };
+  struct Row { const char* contents; OrvidSettings expected; };
   OrvidSettings mirrorOnly;
   mirrorOnly.useHfMirror = true;
   OrvidSettings rules;
@@ -65,9 +62,7 @@ TEST(OrvidSettingsPersistenceTest, SwitchesReadLikeTheMacAndOtherKindsFallBackTo
       {R"({"autocorrectRules": {"keep": true, "number": 1, "text": "on", "null": null}})", rules},
       {R"({"inverseTextNormalizationEnabled": null})", itnOff},
   };
-  for (const auto& row : rows) {
-    EXPECT_EQ(loadFrom(folder, row.contents), row.expected) << row.contents;
-  }
+  for (const auto& row : rows) EXPECT_EQ(loadFrom(folder, row.contents), row.expected) << row.contents;
 }
 
 TEST(OrvidSettingsPersistenceTest, SaveThenLoadGivesTheSameSettingsAndRemovesAnUnsetSource) {

@@ -5,16 +5,10 @@
 namespace orvid {
 namespace {
 
-struct RuleCase {
-  std::string input;
-  std::string expected;
-};
+struct RuleCase { std::string input; std::string expected; };
 
 TEST(AutocorrectRulesTest, EachRuleOnItsOwnChangesOnlyWhatItIsFor) {
-  struct Case {
-    AutocorrectRule rule;
-    std::vector<RuleCase> cases;
-  };
+  struct Case { AutocorrectRule rule; std::vector<RuleCase> cases; };
   const std::vector<Case> rules = {
       {AutocorrectRule::noSpaceBetweenCJK,
        {{"你 好 世界", "你好世界"}, {"日本 語 テキスト", "日本語テキスト"}, {"你好 world 世界", "你好 world 世界"}}},

@@ -8,10 +8,7 @@
 namespace orvid {
 namespace {
 
-struct Phrase {
-  std::string spoken;
-  std::string written;
-};
+struct Phrase { std::string spoken; std::string written; };
 
 void expectPhrases(const std::string& language, const std::vector<Phrase>& phrases) {
   for (const Phrase& phrase : phrases) {

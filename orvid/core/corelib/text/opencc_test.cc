@@ -13,11 +13,7 @@
 namespace orvid {
 namespace {
 
-struct KnownPair {
-  OpenCCMode mode;
-  std::string from;
-  std::string to;
-};
+struct KnownPair { OpenCCMode mode; std::string from; std::string to; };
 
 TEST(OpenCCTest, ConvertsKnownPairsInEveryMode) {
   const std::vector<KnownPair> pairs = {
