@@ -149,10 +149,7 @@ TEST(ASRLanguageRoutingResolverTest, ProviderListingOnlyAutoKeepsTheSelectionUnc
 }
 
 TEST(ASRLanguageRoutingResolverTest, ChineseScriptsAreNormalisedOnlyForCloudServices) {
-  struct Case {
-    TranscriptionProviderDescriptor provider;
-    const char* sent;
-  };
+  struct Case { TranscriptionProviderDescriptor provider; const char* sent; };
   const Case cases[] = {
       {cloudProvider("elevenlabs", API::elevenLabs, kLanguages, "scribe_v2"), "zho"},
       {cloudProvider("mistral", API::mistral, kLanguages, "voxtral-mini-latest"), "zh"},

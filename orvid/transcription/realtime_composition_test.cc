@@ -55,12 +55,7 @@ ResolvedASRLanguageRoute englishRoute() {
 // fails or blocks (until stopped) where a test says so.
 class FakeSession : public RealtimeTranscriptionSession {
  public:
-  struct Record {
-    int entered = 0;
-    std::vector<int> appended;
-    int finishes = 0;
-    int cancels = 0;
-  };
+  struct Record { int entered = 0; std::vector<int> appended; int finishes = 0; int cancels = 0; };
   std::optional<int> failingAppend;
   bool blocksInAppend = false;
   bool finishFails = false;

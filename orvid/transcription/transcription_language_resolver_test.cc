@@ -12,11 +12,7 @@ TranscriptionProviderDescriptor providerSupporting(std::vector<std::string> code
 }
 
 TEST(TranscriptionLanguageResolverTest, PicksTheValueToShowForEveryKindOfRequest) {
-  struct Row {
-    std::optional<std::string> requested;
-    std::vector<std::string> supported;
-    std::string expected;
-  };
+  struct Row { std::optional<std::string> requested; std::vector<std::string> supported; std::string expected; };
   const Row rows[] = {
       {"zh-Hant", {"auto", "zh", "en"}, "zh"},
       {"fr", {"auto", "zh", "en"}, "auto"},

@@ -68,10 +68,7 @@ TEST(TranscriptionPromptLibraryTest, SelectedIdentifierIsTranslatedAndCheckedAga
                                                    prompt("default_translate", "Translate", 3),
                                                    prompt("custom-1", "Mine", 4)};
   const std::string fallback = TranscriptionPrompt::fallbackPromptID;
-  struct Row {
-    std::optional<std::string> id;
-    std::string expected;
-  };
+  struct Row { std::optional<std::string> id; std::string expected; };
   const Row rows[] = {
       {"improve", "default_improve"},
       {"default_improve", "default_improve"},

@@ -42,11 +42,7 @@ class CloudBatchTranscriptionProviderTest : public ::testing::Test {
 };
 
 TEST_F(CloudBatchTranscriptionProviderTest, StatusesOutsideTheTwoHundredsFailWithTheirBodyIfItIsText) {
-  struct Case {
-    int status;
-    Bytes body;
-    std::string message;
-  };
+  struct Case { int status; Bytes body; std::string message; };
   const Case cases[] = {
       {500, Bytes{0xFF, 0xFE, 'o', 'k'}, "ASR request failed with HTTP 500: "},
       {199, Bytes{}, "ASR request failed with HTTP 199: "},

@@ -11,10 +11,7 @@ TranscriptionResult parseText(const std::string& body) {
 }
 
 TEST(CloudTranscriptionResponseParserTest, FindsTheFirstUsableTextInLooselyShapedAnswers) {
-  struct Case {
-    std::string body;
-    std::string text;
-  };
+  struct Case { std::string body; std::string text; };
   const Case cases[] = {
       {R"({"text":"  word  "})", "word"},
       {R"({"text":"   ","results":[{"transcript":"from results"}]})", "from results"},
@@ -36,10 +33,7 @@ TEST(CloudTranscriptionResponseParserTest, FindsTheFirstUsableTextInLooselyShape
 }
 
 TEST(CloudTranscriptionResponseParserTest, AnswersWithoutKnownTextBecomeTheirOwnTrimmedText) {
-  struct Case {
-    std::string body;
-    std::string text;
-  };
+  struct Case { std::string body; std::string text; };
   const Case cases[] = {
       {"  Hello from plain text \n", "Hello from plain text"},
       {R"( {"id":"x","text":""} )", R"({"id":"x","text":""})"},
