@@ -365,7 +365,7 @@ TEST(CheckpointDownloaderTest, HubDownloadFollowsHFEndpointAndTakesOnlyCheckpoin
   EXPECT_EQ(server.requests().front().headers.at("authorization"), "Bearer bundled-token");
 }
 
-TEST(CheckpointDownloaderTest, ModelScopeDownloadResumesAFileAndSkipsHiddenAndMarkdownFiles) {
+TEST(CheckpointDownloaderTest, ModelScopeDownloadStartsOverAfterAFailureAndSkipsHiddenAndMarkdownFiles) {
   int weightRequests = 0;
   ScriptedHTTPServer server([&](const Request& request) {
     if (request.target == "/api/v1/models/org%2Fsense-voice/repo/files?Revision=master" ||
