@@ -120,6 +120,10 @@ struct FileDownloadSession::Impl {
   std::vector<OrvidHTTPHeader> headers;
   std::optional<OrvidModelDownloadError> statusError;
   std::exception_ptr writeError;
+  // The stall watchdog, on the real clock: when a byte last arrived, and whether it fired.
+  std::chrono::steady_clock::time_point lastByteTime;
+  curl_off_t lastDownloaded = 0;
+  bool stalled = false;
   std::array<char, CURL_ERROR_SIZE> errorText{};
 
   void closeFile() {
@@ -206,6 +210,7 @@ struct FileDownloadSession::Impl {
 
   static std::size_t onHeaderLine(char* data, std::size_t size, std::size_t count, void* user) {
     auto* self = static_cast<Impl*>(user);
+    self->lastByteTime = std::chrono::steady_clock::now();
     std::string_view line(data, size * count);
     if (line.starts_with("HTTP/")) {
       self->headers.clear();  // a redirect or interim answer came before; keep the last block
@@ -216,8 +221,19 @@ struct FileDownloadSession::Impl {
     return size * count;
   }
 
-  static int onTransferInfo(void* user, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
-    return static_cast<Impl*>(user)->stop.stop_requested() ? 1 : 0;
+  // Called on every chunk and about once a second while idle; a non-zero answer aborts.
+  static int onTransferInfo(void* user, curl_off_t, curl_off_t downloaded, curl_off_t, curl_off_t) {
+    auto* self = static_cast<Impl*>(user);
+    if (self->stop.stop_requested()) return 1;
+    auto now = std::chrono::steady_clock::now();
+    if (downloaded != self->lastDownloaded) {
+      self->lastDownloaded = downloaded;
+      self->lastByteTime = now;
+    } else if (self->options.stallTimeout && now - self->lastByteTime >= *self->options.stallTimeout) {
+      self->stalled = true;
+      return 1;
+    }
+    return 0;
   }
 };
 
@@ -280,20 +296,15 @@ OrvidHTTPResponse FileDownloadSession::start(const OrvidHTTPRequest& request, st
   check(curl_easy_setopt(handle, CURLOPT_NOPROGRESS, 0L), "progress");
   check(curl_easy_setopt(handle, CURLOPT_XFERINFOFUNCTION, &Impl::onTransferInfo), "progress callback");
   check(curl_easy_setopt(handle, CURLOPT_XFERINFODATA, &self), "progress data");
-  // Idle time: the watchdog's when set, else the request's timeout, as whole seconds.
-  long idleSeconds = 0;
-  if (self.options.stallTimeout) {
-    idleSeconds = std::max<long>(1, long(self.options.stallTimeout->count()));
-  } else if (request.timeout.count() > 0) {
-    idleSeconds = std::max<long>(1, long((request.timeout.count() + 999) / 1000));
-  }
-  if (idleSeconds > 0) {
+  // The request's timeout bounds connecting and idling (libcurl's low-speed check, which
+  // averages over a few seconds); the stall watchdog counts exactly from the last byte.
+  if (request.timeout.count() > 0) {
+    long idleSeconds = std::max<long>(1, long((request.timeout.count() + 999) / 1000));
     check(curl_easy_setopt(handle, CURLOPT_LOW_SPEED_LIMIT, 1L), "low speed limit");
     check(curl_easy_setopt(handle, CURLOPT_LOW_SPEED_TIME, idleSeconds), "low speed time");
-  }
-  if (request.timeout.count() > 0) {
     check(curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT_MS, long(request.timeout.count())), "connect timeout");
   }
+  self.lastByteTime = std::chrono::steady_clock::now();
   std::unique_ptr<curl_slist, HeaderListDeleter> headerList;
   for (const auto& header : request.headers) {
     std::string line = header.value.empty() ? header.name + ";" : header.name + ": " + header.value;
@@ -316,9 +327,8 @@ OrvidHTTPResponse FileDownloadSession::start(const OrvidHTTPRequest& request, st
   if (self.statusError) throw *self.statusError;
   if (self.writeError) std::rethrow_exception(self.writeError);
   if (result == CURLE_ABORTED_BY_CALLBACK && stop.stop_requested()) throw CancellationError();
-  if (result == CURLE_OPERATION_TIMEDOUT && self.options.stallTimeout &&
-      std::string_view(self.errorText.data()).find("too slow") != std::string_view::npos) {
-    throw OrvidModelDownloadError::stalled(idleSeconds);
+  if (result == CURLE_ABORTED_BY_CALLBACK && self.stalled) {
+    throw OrvidModelDownloadError::stalled(self.options.stallTimeout->count());
   }
   if (result != CURLE_OK) throw transportError(result, self.errorText.data());
   if (!self.responseHandled) throw OrvidHTTPError::transportFailed("the transfer ended without a response");

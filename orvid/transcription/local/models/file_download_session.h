@@ -16,8 +16,8 @@ namespace orvid {
 // Options beyond the plain resumable transfer.
 struct FileDownloadOptions {
   // Ends the attempt with OrvidModelDownloadError::stalled when no byte arrives for
-  // this long (whole seconds, at least 1). The file keeps what arrived, for a resume.
-  // Absent: the request's own timeout applies and ends it with OrvidHTTPError::timedOut.
+  // this long (checked about once a second). The file keeps what arrived, for a resume.
+  // The request's own timeout still applies and ends it with OrvidHTTPError::timedOut.
   std::optional<std::chrono::seconds> stallTimeout;
   // Lower-case hex SHA-256 the complete file must have. On a mismatch the file is
   // deleted and OrvidModelDownloadError::checksumMismatch is thrown.

@@ -75,8 +75,12 @@ class ScriptedHTTPServer {
     ::shutdown(listener_, SHUT_RDWR);
     ::close(listener_);
     acceptor_ = {};
-    std::lock_guard lock(mutex_);
-    connections_.clear();
+    std::vector<std::jthread> connections;
+    {
+      std::lock_guard lock(mutex_);
+      connections.swap(connections_);
+    }
+    // Joined here, without the lock, which the connections may still take.
   }
   std::string baseURL() const { return "http://127.0.0.1:" + std::to_string(port_); }
   std::vector<Request> requests() const {
@@ -304,17 +308,21 @@ TEST(FileDownloadSessionTest, StallAndCancellationEndTheAttemptAndKeepThePartial
   }
 }
 
-TEST(FileDownloadSessionTest, SamplesSpeedEveryHalfSecondAndReportsAtMostEveryFifthOfASecond) {
+TEST(FileDownloadSessionTest, ThrottlesProgressReportsAndSamplesSpeedOnTheGivenClock) {
   ScriptedHTTPServer server([&](const Request& request) { return rangeReply(content, request); });
   TemporaryDirectory folder;
-  // Each reading of the clock moves it on by 0.1 s.
+  // Every reading of the clock moves it on by 50 ms, so each chunk costs 100 ms.
   auto now = std::chrono::steady_clock::time_point{};
-  std::vector<double> speeds;
-  FileDownloadSession session(folder / "m", 0, [&](std::int64_t, std::int64_t, double speed) { speeds.push_back(speed); },
-                              {}, [&] { return now += std::chrono::milliseconds(100); });
+  std::vector<std::pair<std::chrono::steady_clock::time_point, double>> reports;
+  FileDownloadSession session(
+      folder / "m", 0, [&](std::int64_t, std::int64_t, double speed) { reports.emplace_back(now, speed); }, {},
+      [&] { return now += std::chrono::milliseconds(50); });
   session.start(get(server.baseURL() + "/m"));
-  ASSERT_GE(speeds.size(), 2u);
-  EXPECT_EQ(speeds.front(), 0);  // the report on the response, before any sample
+  ASSERT_GE(reports.size(), 3u);
+  EXPECT_EQ(reports.front().second, 0);  // the report on the answer's head, before any sample
+  for (std::size_t i = 1; i + 1 < reports.size(); ++i) {
+    EXPECT_GE(reports[i].first - reports[i - 1].first, std::chrono::milliseconds(200)) << i;
+  }
   EXPECT_GT(session.currentSpeed(), 0);
 }
 
