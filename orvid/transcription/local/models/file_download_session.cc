@@ -305,8 +305,12 @@ OrvidHTTPResponse FileDownloadSession::start(const OrvidHTTPRequest& request, st
     check(curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT_MS, long(request.timeout.count())), "connect timeout");
   }
   self.lastByteTime = std::chrono::steady_clock::now();
+  std::vector<OrvidHTTPHeader> headers = request.headers;
+  if (self.startOffset >= 1 && !request.headerValue("Range")) {
+    headers.push_back({"Range", "bytes=" + std::to_string(self.startOffset) + "-"});
+  }
   std::unique_ptr<curl_slist, HeaderListDeleter> headerList;
-  for (const auto& header : request.headers) {
+  for (const auto& header : headers) {
     std::string line = header.value.empty() ? header.name + ";" : header.name + ": " + header.value;
     curl_slist* extended = curl_slist_append(headerList.get(), line.c_str());
     if (extended == nullptr) throw OrvidHTTPError::transportFailed("curl_slist_append failed");

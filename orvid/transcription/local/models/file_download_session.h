@@ -42,7 +42,8 @@ class FileDownloadSession {
   FileDownloadSession(const FileDownloadSession&) = delete;
   FileDownloadSession& operator=(const FileDownloadSession&) = delete;
 
-  // Runs `request` (redirects followed) and blocks until it ends. A 206 answer to a
+  // Runs `request` (redirects followed) and blocks until it ends. A request without a
+  // Range header asks for "bytes=<startOffset>-" when `startOffset` is at least 1. A 206 answer to a
   // request from a non-zero offset appends; a 200 answer truncates the file and starts
   // over from byte 0. Returns the final response without its body. Throws
   // OrvidModelDownloadError::httpStatus for any status but 200 and 206 (the server's

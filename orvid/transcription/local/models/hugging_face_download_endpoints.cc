@@ -109,7 +109,7 @@ std::optional<URL> hubEndpointOverride() {
 
 URL applyingHubEndpointOverride(const URL& url) {
   auto endpoint = hubEndpointOverride();
-  if (!endpoint) return url;
+  if (!endpoint || *endpoint == mirrorHubBaseURL()) return url;
   return movingOrigin(url, endpoint->scheme(), endpoint->host(), endpoint->port());
 }
 

@@ -43,7 +43,9 @@ std::optional<URL> rewriting(const std::optional<URL>& url, ModelDownloadSource 
 std::optional<URL> hubEndpointOverride();
 // `url` with its scheme, host and port replaced by those of HF_ENDPOINT (path, query
 // and user information kept), so that a self-hosted hub serves hub downloads.
-// Unchanged when HF_ENDPOINT is not set.
+// Unchanged when HF_ENDPOINT is not set, and when it is the mirror's root: that is the
+// value applyEndpointEnvironment writes for the mirror and ModelScope sources, and each
+// source then keeps its own root so that falling back to the hub still reaches the hub.
 URL applyingHubEndpointOverride(const URL& url);
 
 // Sets HF_ENDPOINT to the mirror's root for the mirror and ModelScope sources and

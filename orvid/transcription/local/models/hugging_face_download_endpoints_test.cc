@@ -75,6 +75,7 @@ TEST(HuggingFaceDownloadEndpointsTest, RewritesHubURLsForTheMirrorAndTheEndpoint
   defaults.set("modelDownloadSource", "huggingFaceMirror");
   endpoints::applyEndpointEnvironment(defaults);
   EXPECT_EQ(endpoints::hubEndpointOverride(), endpoints::mirrorHubBaseURL());
+  EXPECT_EQ(endpoints::applyingHubEndpointOverride(url("https://huggingface.co/a")), url("https://huggingface.co/a"));
   defaults.set("modelDownloadSource", "huggingFace");
   endpoints::applyEndpointEnvironment(defaults);
   EXPECT_EQ(endpoints::hubEndpointOverride(), std::nullopt);
