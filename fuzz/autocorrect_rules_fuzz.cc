@@ -9,20 +9,16 @@
 #include <string_view>
 #include <vector>
 
-#include "fuzz/fuzz_seeds.h"
+#include "fuzz/fuzz_support.h"
 #include "orvid/core/corelib/text/autocorrect_rules.h"
 #include "orvid/platform/internal/text.h"
 
 namespace {
 
+using orvid::fuzz::require;
+
 using orvid::AutocorrectRule;
 using orvid::AutocorrectRules;
-
-void require(bool holds, const char* rule) {
-  if (holds) return;
-  std::fprintf(stderr, "broken: %s\n", rule);
-  std::abort();
-}
 
 std::vector<std::uint8_t> input(std::uint8_t rules, std::string_view text) {
   std::vector<std::uint8_t> bytes = {rules};

@@ -14,21 +14,17 @@
 
 #include <nlohmann/json.hpp>
 
-#include "fuzz/fuzz_seeds.h"
+#include "fuzz/fuzz_support.h"
 #include "orvid/core/corelib/automation_script_decoder.h"
 #include "orvid/platform/internal/text.h"
 
 namespace {
 
+using orvid::fuzz::require;
+
 using orvid::AutomationScriptProposal;
 namespace AutomationScriptDecoder = orvid::AutomationScriptDecoder;
 namespace internal = orvid::internal;
-
-void require(bool holds, const char* rule) {
-  if (holds) return;
-  std::fprintf(stderr, "broken: %s\n", rule);
-  std::abort();
-}
 
 std::vector<std::uint8_t> withRaw(std::uint8_t raw, std::string_view answer) {
   std::vector<std::uint8_t> input = {raw};

@@ -11,22 +11,17 @@
 #include <string_view>
 #include <vector>
 
-#include "fuzz/fuzz_seeds.h"
+#include "fuzz/fuzz_support.h"
 #include "orvid/platform/base64.h"
 #include "orvid/platform/internal/text.h"
 
 namespace {
 
+using orvid::fuzz::require;
+using orvid::fuzz::bytes;
+
 namespace Base64 = orvid::Base64;
 using orvid::Bytes;
-
-void require(bool holds, const char* rule) {
-  if (holds) return;
-  std::fprintf(stderr, "broken: %s\n", rule);
-  std::abort();
-}
-
-std::vector<std::uint8_t> bytes(std::string_view text) { return {text.begin(), text.end()}; }
 
 int symbolValue(char c) {
   constexpr std::string_view kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";

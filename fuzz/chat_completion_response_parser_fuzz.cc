@@ -12,11 +12,14 @@
 
 #include <nlohmann/json.hpp>
 
-#include "fuzz/fuzz_seeds.h"
+#include "fuzz/fuzz_support.h"
 #include "orvid/ai/chat_completion_response_parser.h"
 #include "orvid/ai/orvid_provider_error.h"
 
 namespace {
+
+using orvid::fuzz::require;
+using orvid::fuzz::bytes;
 
 using orvid::Bytes;
 using orvid::ChatCompletionResult;
@@ -26,14 +29,6 @@ namespace ChatCompletionResponseParser = orvid::ChatCompletionResponseParser;
 constexpr std::string_view kMessage = "Invalid provider response.";
 // Long enough that the fixed message cannot contain it by chance.
 constexpr std::size_t kDistinctiveLength = 12;
-
-void require(bool holds, const char* rule) {
-  if (holds) return;
-  std::fprintf(stderr, "broken: %s\n", rule);
-  std::abort();
-}
-
-std::vector<std::uint8_t> bytes(std::string_view text) { return {text.begin(), text.end()}; }
 
 std::optional<ChatCompletionResult> parsed(const Bytes& body) {
   try {

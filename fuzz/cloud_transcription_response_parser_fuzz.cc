@@ -14,24 +14,19 @@
 
 #include <nlohmann/json.hpp>
 
-#include "fuzz/fuzz_seeds.h"
+#include "fuzz/fuzz_support.h"
 #include "orvid/platform/internal/text.h"
 #include "orvid/transcription/cloud_batch/cloud_transcription_response_parser.h"
 
 namespace {
 
+using orvid::fuzz::require;
+using orvid::fuzz::bytes;
+
 using orvid::Bytes;
 using orvid::CloudTranscriptionResponseParser;
 using orvid::TranscriptionResult;
 namespace internal = orvid::internal;
-
-void require(bool holds, const char* rule) {
-  if (holds) return;
-  std::fprintf(stderr, "broken: %s\n", rule);
-  std::abort();
-}
-
-std::vector<std::uint8_t> bytes(std::string_view text) { return {text.begin(), text.end()}; }
 
 bool isTrimmed(std::string_view text) { return internal::trimUnicodeWhitespace(text) == text; }
 

@@ -15,24 +15,20 @@
 
 #include <nlohmann/json.hpp>
 
-#include "fuzz/fuzz_seeds.h"
+#include "fuzz/fuzz_support.h"
 #include "orvid/ai/secret_redactor.h"
 #include "orvid/automation/cua_driver_status_parser.h"
 #include "orvid/platform/internal/text.h"
 
 namespace {
 
+using orvid::fuzz::require;
+
 using orvid::CUADriverReadiness;
 using orvid::CUADriverStatus;
 namespace CUADriverStatusParser = orvid::CUADriverStatusParser;
 
 const std::chrono::system_clock::time_point kNow{std::chrono::milliseconds(1'795'000'000'000)};
-
-void require(bool holds, const char* rule) {
-  if (holds) return;
-  std::fprintf(stderr, "broken: %s\n", rule);
-  std::abort();
-}
 
 std::vector<std::uint8_t> withPath(std::uint8_t path, std::string_view output) {
   std::vector<std::uint8_t> input = {path};

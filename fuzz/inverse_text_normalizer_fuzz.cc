@@ -12,11 +12,13 @@
 #include <string_view>
 #include <vector>
 
-#include "fuzz/fuzz_seeds.h"
+#include "fuzz/fuzz_support.h"
 #include "orvid/core/corelib/text/inverse_text_normalizer.h"
 #include "orvid/platform/internal/text.h"
 
 namespace {
+
+using orvid::fuzz::require;
 
 using orvid::InverseTextNormalizer;
 namespace internal = orvid::internal;
@@ -29,12 +31,6 @@ constexpr std::array<std::string_view, 28> kChineseNumerals = {
     "零", "〇", "一", "二", "两", "兩", "三", "四", "五", "六", "七", "八", "九", "十",
     "百", "千", "万", "萬", "亿", "億", "点", "點", "年", "月", "日", "号", "分", "第",
 };
-
-void require(bool holds, const char* rule) {
-  if (holds) return;
-  std::fprintf(stderr, "broken: %s\n", rule);
-  std::abort();
-}
 
 bool hasASCIILetter(std::string_view text) {
   for (const char c : text) {

@@ -14,20 +14,15 @@
 
 #include <nlohmann/json.hpp>
 
-#include "fuzz/fuzz_seeds.h"
+#include "fuzz/fuzz_support.h"
 #include "orvid/ai/json_value.h"
 
 namespace {
 
+using orvid::fuzz::require;
+using orvid::fuzz::bytes;
+
 using orvid::JSONSchema;
-
-void require(bool holds, const char* rule) {
-  if (holds) return;
-  std::fprintf(stderr, "broken: %s\n", rule);
-  std::abort();
-}
-
-std::vector<std::uint8_t> bytes(std::string_view text) { return {text.begin(), text.end()}; }
 
 std::vector<std::uint8_t> written(const JSONSchema& schema) { return bytes(nlohmann::json(schema).dump()); }
 

@@ -14,20 +14,15 @@
 
 #include <nlohmann/json.hpp>
 
-#include "fuzz/fuzz_seeds.h"
+#include "fuzz/fuzz_support.h"
 #include "orvid/ai/json_value.h"
 
 namespace {
 
+using orvid::fuzz::require;
+using orvid::fuzz::bytes;
+
 using orvid::JSONValue;
-
-void require(bool holds, const char* rule) {
-  if (holds) return;
-  std::fprintf(stderr, "broken: %s\n", rule);
-  std::abort();
-}
-
-std::vector<std::uint8_t> bytes(std::string_view text) { return {text.begin(), text.end()}; }
 
 // from_json by name, as clang before 16 rejects json.get<JSONValue>().
 JSONValue decoded(const nlohmann::json& json) {

@@ -14,22 +14,18 @@
 #include <string_view>
 #include <vector>
 
-#include "fuzz/fuzz_seeds.h"
+#include "fuzz/fuzz_support.h"
 #include "orvid/platform/internal/text.h"
 #include "orvid/textprocessing/prompt_output_parser.h"
 #include "orvid/textprocessing/text_support.h"
 
 namespace {
 
+using orvid::fuzz::require;
+
 using orvid::PromptOutputParser;
 using orvid::RewriteChoice;
 namespace internal = orvid::internal;
-
-void require(bool holds, const char* rule) {
-  if (holds) return;
-  std::fprintf(stderr, "broken: %s\n", rule);
-  std::abort();
-}
 
 std::vector<std::uint8_t> input(std::uint8_t known, std::string_view answer, std::string_view original) {
   std::vector<std::uint8_t> bytes = {known};

@@ -14,7 +14,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "fuzz/fuzz_seeds.h"
+#include "fuzz/fuzz_support.h"
 #include "orvid/core/corelib/ai_provider.h"
 #include "orvid/core/corelib/asr_language.h"
 #include "orvid/core/corelib/asr_transport.h"
@@ -32,13 +32,9 @@
 
 namespace {
 
-using nlohmann::json;
+using orvid::fuzz::require;
 
-void require(bool holds, const char* rule) {
-  if (holds) return;
-  std::fprintf(stderr, "broken: %s\n", rule);
-  std::abort();
-}
+using nlohmann::json;
 
 template <typename Record>
 void roundTrip(const json& input) {

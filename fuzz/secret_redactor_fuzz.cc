@@ -13,11 +13,14 @@
 #include <string_view>
 #include <vector>
 
-#include "fuzz/fuzz_seeds.h"
+#include "fuzz/fuzz_support.h"
 #include "orvid/ai/secret_redactor.h"
 #include "orvid/platform/internal/text.h"
 
 namespace {
+
+using orvid::fuzz::require;
+using orvid::fuzz::bytes;
 
 namespace SecretRedactor = orvid::SecretRedactor;
 
@@ -38,14 +41,6 @@ constexpr std::array<std::string_view, 16> kSeparators = {
 };
 
 constexpr std::array<std::string_view, 8> kEnds = {"", " ", "\n", "\"", ",", ";", "}", "\\n"};
-
-void require(bool holds, const char* rule) {
-  if (holds) return;
-  std::fprintf(stderr, "broken: %s\n", rule);
-  std::abort();
-}
-
-std::vector<std::uint8_t> bytes(std::string_view text) { return {text.begin(), text.end()}; }
 
 std::vector<std::uint8_t> withChoice(std::uint8_t label, std::uint8_t separator, std::string_view before,
                                      std::string_view after) {

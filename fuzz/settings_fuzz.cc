@@ -18,25 +18,20 @@
 
 #include <nlohmann/json.hpp>
 
-#include "fuzz/fuzz_seeds.h"
+#include "fuzz/fuzz_support.h"
 #include "orvid/core/corelib/orvid_settings.h"
 #include "orvid/platform/user_defaults.h"
 
 namespace {
+
+using orvid::fuzz::require;
+using orvid::fuzz::bytes;
 
 using nlohmann::json;
 using orvid::OrvidSettings;
 using orvid::OrvidSettingsPersistence;
 using orvid::UserDefaults;
 using Key = OrvidSettingsPersistence::Key;
-
-void require(bool holds, const char* rule) {
-  if (holds) return;
-  std::fprintf(stderr, "broken: %s\n", rule);
-  std::abort();
-}
-
-std::vector<std::uint8_t> bytes(std::string_view text) { return {text.begin(), text.end()}; }
 
 // Memory-backed when the system has it: every save flushes the file to disk.
 std::filesystem::path scratchFolder() {

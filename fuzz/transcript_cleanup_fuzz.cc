@@ -25,13 +25,15 @@
 
 #include <nlohmann/json.hpp>
 
-#include "fuzz/fuzz_seeds.h"
+#include "fuzz/fuzz_support.h"
 #include "orvid/core/corelib/orvid_settings.h"
 #include "orvid/platform/internal/text.h"
 #include "orvid/platform/user_defaults.h"
 #include "orvid/textprocessing/transcript_cleanup_engine.h"
 
 namespace {
+
+using orvid::fuzz::require;
 
 using orvid::TranscriptCleanupConfiguration;
 using orvid::TranscriptCleanupEngine;
@@ -40,12 +42,6 @@ namespace internal = orvid::internal;
 
 constexpr std::array<const char*, 4> kConversionModes = {"none", "s2t", "t2s", "tw2sp"};
 constexpr std::array<const char*, 6> kLanguages = {"", "auto", "en", "zh-Hans", "zh-Hant", "fr"};
-
-void require(bool holds, const char* rule) {
-  if (holds) return;
-  std::fprintf(stderr, "broken: %s\n", rule);
-  std::abort();
-}
 
 // Memory-backed when the system has it: every save flushes the file to disk.
 std::filesystem::path scratchFolder() {

@@ -12,22 +12,17 @@
 #include <string_view>
 #include <vector>
 
-#include "fuzz/fuzz_seeds.h"
+#include "fuzz/fuzz_support.h"
 #include "orvid/platform/url.h"
 
 namespace {
 
+using orvid::fuzz::require;
+using orvid::fuzz::bytes;
+
 using orvid::URL;
 using orvid::URLCharacterSet;
 using orvid::URLQueryItem;
-
-void require(bool holds, const char* rule) {
-  if (holds) return;
-  std::fprintf(stderr, "broken: %s\n", rule);
-  std::abort();
-}
-
-std::vector<std::uint8_t> bytes(std::string_view text) { return {text.begin(), text.end()}; }
 
 // A URL printed and parsed again is the same URL.
 void requirePrintsItself(const URL& url, const char* rule) {

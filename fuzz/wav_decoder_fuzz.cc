@@ -13,10 +13,12 @@
 #include <string>
 #include <vector>
 
-#include "fuzz/fuzz_seeds.h"
+#include "fuzz/fuzz_support.h"
 #include "orvid/audio/audio_wav_decoder.h"
 
 namespace {
+
+using orvid::fuzz::require;
 
 using orvid::AudioWAVDecoderError;
 using orvid::Bytes;
@@ -24,12 +26,6 @@ using orvid::PCMFrame;
 namespace AudioWAVDecoder = orvid::AudioWAVDecoder;
 
 constexpr std::array<int, 9> kFrameSizes = {1, 2, 3, 160, 320, 4096, INT_MAX, 0, -1};
-
-void require(bool holds, const char* rule) {
-  if (holds) return;
-  std::fprintf(stderr, "broken: %s\n", rule);
-  std::abort();
-}
 
 void putLittleEndian(Bytes& bytes, std::size_t offset, std::uint32_t value, int size) {
   for (int i = 0; i < size; ++i) bytes[offset + i] = static_cast<std::uint8_t>((value >> (8 * i)) & 0xFF);

@@ -13,6 +13,15 @@
 
 namespace orvid::fuzz {
 
+// Ends the run with a finding when a rule the target checks does not hold.
+inline void require(bool holds, const char* rule) {
+  if (holds) return;
+  std::fprintf(stderr, "broken: %s\n", rule);
+  std::abort();
+}
+
+inline std::vector<std::uint8_t> bytes(std::string_view text) { return {text.begin(), text.end()}; }
+
 // Named starting inputs of a fuzz target.
 using Seeds = std::vector<std::pair<std::string, std::vector<std::uint8_t>>>;
 
