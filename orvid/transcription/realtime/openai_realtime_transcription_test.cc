@@ -138,19 +138,5 @@ TEST(OpenAIRealtimeTranscriptionTest, FinishWaitsForTheFinalEvent) {
   EXPECT_EQ(nextPartial(*session), (TranscriptionPartialResult{"Done", true, std::nullopt}));
 }
 
-TEST(OpenAIRealtimeTranscriptionTest, AReceiveErrorEndsTheStreamAndFinishWithIt) {
-  Fixture fixture;
-  auto session = fixture.start();
-  fixture.connection->pushError(OrvidWebSocketError::closedByPeer(1011));
-
-  auto closeCode = [](const OrvidWebSocketError& error) { return error.closeCode(); };
-  auto streamError = thrown<OrvidWebSocketError>([&] { nextPartial(*session); });
-  ASSERT_TRUE(streamError);
-  EXPECT_EQ(closeCode(*streamError), 1011);
-  auto finishError = thrown<OrvidWebSocketError>([&] { session->finish(); });
-  ASSERT_TRUE(finishError);
-  EXPECT_EQ(closeCode(*finishError), 1011);
-}
-
 }  // namespace
 }  // namespace orvid
