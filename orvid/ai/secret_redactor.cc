@@ -36,11 +36,12 @@ constexpr std::string_view kGluedSeparator =
 
 constexpr std::size_t kPatternCount = 2 * kPatterns.size();
 
-// Each of the four patterns with its leading word boundary replaced by a glued
-// separator, then the four as written. The glued set runs first: a value of the
-// third or fourth pattern runs on over an invisible character, so it would swallow
-// a glued label and leave that label's secret behind. Where nothing is glued to a
-// label the glued set matches nothing and the four give their own results.
+// The four patterns in their order, each preceded by its glued form: the same
+// pattern with the leading word boundary replaced by a glued separator. A glued
+// label is thus caught at its own pattern's turn, before a value of a later pattern
+// (which runs on over an invisible character) could swallow it and leave its secret
+// behind. Where nothing is glued to a label the glued forms match nothing and the
+// four give their own results.
 std::array<std::string, kPatternCount> patternSources() {
   std::array<std::string, kPatternCount> sources;
   for (std::size_t index = 0; index < kPatterns.size(); ++index) {
@@ -48,8 +49,8 @@ std::array<std::string, kPatternCount> patternSources() {
     const std::size_t boundary = glued.find(R"(\b()");
     if (boundary == std::string::npos) throw std::logic_error("credential pattern without a leading boundary");
     glued.replace(boundary, 2, kGluedSeparator);
-    sources[index] = std::move(glued);
-    sources[kPatterns.size() + index] = kPatterns[index];
+    sources[2 * index] = std::move(glued);
+    sources[2 * index + 1] = kPatterns[index];
   }
   return sources;
 }

@@ -39,6 +39,7 @@ TEST(SecretRedactorTest, ReplacesTheSecretAfterEachLabelAndKeepsTheLabel) {
       {"hidden\xef\xbb\xbf" "Bearer k4", "hidden\xef\xbb\xbf" "Bearer [REDACTED]"},
       {"zero\u200b", "zero\u200b"},
       {"api_key=x\u200b" "Bearer sk-9", "api_key=[REDACTED] [REDACTED]"},
+      {"\u2060x-api-key: [s{token sk-8", "\u2060x-api-key: [REDACTED] [REDACTED]"},
   };
   for (const auto& testCase : cases) {
     EXPECT_EQ(SecretRedactor::redact(testCase.input), testCase.expected) << testCase.input;
