@@ -36,6 +36,18 @@ constexpr std::string_view kGluedSeparator =
 
 constexpr std::size_t kPatternCount = 2 * kPatterns.size();
 
+// The secret of the last two patterns, `[^"'\s,;}\\]+`, runs on over escapes and
+// invisible characters, and so over a label that stands glued or after punctuation
+// inside it. Past its first character it stops where such a label starts, so that
+// the label is left for its own pattern; where no label stands inside, it is the
+// same secret.
+constexpr std::string_view kOpenSecret = R"([^"'\s,;}\\]+)";
+constexpr std::string_view kSecretUpToALabel =
+    R"([^"'\s,;}\\](?:(?!(?:\b|(?<=\\[0abtnvfr]|\\u[0-9A-Fa-f]{4}|\\x[0-9A-Fa-f]{2}|%[0-9A-Fa-f]{2}|\p{Cf})))"
+    R"((?:(?:proxy-)?authorization[ \t]*[:=]|(?:bearer|token)[ \t]+[A-Za-z0-9._~+/=-]|)"
+    R"((?:x-api-key|api[-_]?key)[ \t]*["']?[ \t]*[:=]|x-[a-z0-9-]*(?:token|secret|credential|key)[ \t]*[:=])))"
+    R"([^"'\s,;}\\])*)";
+
 // The four patterns in their order, each preceded by its glued form: the same
 // pattern with the leading word boundary replaced by a glued separator. A glued
 // label is thus caught at its own pattern's turn, before a value of a later pattern
@@ -45,12 +57,16 @@ constexpr std::size_t kPatternCount = 2 * kPatterns.size();
 std::array<std::string, kPatternCount> patternSources() {
   std::array<std::string, kPatternCount> sources;
   for (std::size_t index = 0; index < kPatterns.size(); ++index) {
-    std::string glued = kPatterns[index];
+    std::string plain = kPatterns[index];
+    if (const std::size_t secret = plain.rfind(kOpenSecret); secret != std::string::npos) {
+      plain.replace(secret, kOpenSecret.size(), kSecretUpToALabel);
+    }
+    std::string glued = plain;
     const std::size_t boundary = glued.find(R"(\b()");
     if (boundary == std::string::npos) throw std::logic_error("credential pattern without a leading boundary");
     glued.replace(boundary, 2, kGluedSeparator);
     sources[2 * index] = std::move(glued);
-    sources[2 * index + 1] = kPatterns[index];
+    sources[2 * index + 1] = std::move(plain);
   }
   return sources;
 }

@@ -40,6 +40,8 @@ TEST(SecretRedactorTest, ReplacesTheSecretAfterEachLabelAndKeepsTheLabel) {
       {"zero\u200b", "zero\u200b"},
       {"api_key=x\u200b" "Bearer sk-9", "api_key=[REDACTED] [REDACTED]"},
       {"\u2060x-api-key: [s{token sk-8", "\u2060x-api-key: [REDACTED] [REDACTED]"},
+      {R"("apiKey": "k7%0AX-Auth-Token: sk-6")", R"("apiKey": "[REDACTED]X-Auth-Token: [REDACTED]")"},
+      {"api_key=token abc", "api_key=[REDACTED] abc"},
   };
   for (const auto& testCase : cases) {
     EXPECT_EQ(SecretRedactor::redact(testCase.input), testCase.expected) << testCase.input;
