@@ -256,7 +256,7 @@ std::optional<std::string> title(std::string_view text) {
     if (!json->is_object()) return std::nullopt;
     for (const char* key : {"title", "summary"}) {
       if (auto value = json_support::stringMember(*json, key)) {
-        auto line = collapsedWhitespace(trimASCIIWhitespace(*value));
+        auto line = std::string(internal::trimUnicodeWhitespace(collapsedWhitespace(trimASCIIWhitespace(*value))));
         if (!line.empty()) return shortened(line);
       }
     }
@@ -270,7 +270,8 @@ std::optional<std::string> title(std::string_view text) {
     auto line = whole.substr(position, lineEnd - position);
     position = lineEnd + 1;
     if (trimASCIIWhitespace(line).rfind("```", 0) == 0) continue;
-    auto cleaned = collapsedWhitespace(withoutMarkers(line));
+    // Blank in any script's sense is no title.
+    auto cleaned = std::string(internal::trimUnicodeWhitespace(collapsedWhitespace(withoutMarkers(line))));
     if (!cleaned.empty()) return shortened(cleaned);
   }
   return std::nullopt;

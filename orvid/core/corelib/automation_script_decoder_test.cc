@@ -101,6 +101,7 @@ TEST(AutomationTitleExtractorTest, MakesShortOneLineTitles) {
       {R"({"summary":"Click the OK button","calls":[{"tool":"click"}]})", "Click the OK button"},
       {R"({"calls":[]})", std::nullopt},
       {"```\n```", std::nullopt},
+      {"\u2006\n\u3000", std::nullopt},
   };
   for (const auto& testCase : cases) {
     EXPECT_EQ(AutomationTitleExtractor::title(testCase.text), testCase.title) << testCase.text;
