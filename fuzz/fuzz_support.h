@@ -44,3 +44,10 @@ inline void writeSeedsIfAsked(int* argc, char*** argv, const std::function<Seeds
 }
 
 }  // namespace orvid::fuzz
+
+// Defines the target's LLVMFuzzerInitialize, which answers --write-seeds with `makeSeeds`.
+#define ORVID_FUZZ_SEEDS(makeSeeds)                                \
+  extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {   \
+    orvid::fuzz::writeSeedsIfAsked(argc, argv, makeSeeds);         \
+    return 0;                                                      \
+  }

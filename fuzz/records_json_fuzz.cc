@@ -144,10 +144,7 @@ orvid::fuzz::Seeds seeds() {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
-  orvid::fuzz::writeSeedsIfAsked(argc, argv, seeds);
-  return 0;
-}
+ORVID_FUZZ_SEEDS(seeds)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size == 0) return 0;
