@@ -10,6 +10,7 @@ packages=(
   nlohmann-json3-dev libicu-dev libcli11-dev libcpp-httplib-dev
   libopencc-dev opencc libsecret-1-dev
   python3 python3-websockets dbus gnome-keyring curl
+  tar gzip unzip libarchive-tools
 )
 
 missing=()

@@ -160,6 +160,7 @@ void to_json(nlohmann::json& json, const LocalTranscriptionModelDescriptor& desc
   json_support::putOptional(json, "whisperKitVariant", descriptor.whisperKitVariant);
   json["artifactFormat"] = descriptor.artifactFormat;
   json_support::putOptional(json, "repositoryID", descriptor.repositoryID);
+  json_support::putOptional(json, "sha256", descriptor.sha256);
 }
 
 void from_json(const nlohmann::json& json, LocalTranscriptionModelDescriptor& descriptor) {
@@ -175,6 +176,7 @@ void from_json(const nlohmann::json& json, LocalTranscriptionModelDescriptor& de
   json_support::getOptional(json, "whisperKitVariant", descriptor.whisperKitVariant);
   descriptor.artifactFormat = json.at("artifactFormat").get<LocalTranscriptionArtifactFormat>();
   json_support::getOptional(json, "repositoryID", descriptor.repositoryID);
+  json_support::getOptional(json, "sha256", descriptor.sha256);
 }
 
 void to_json(nlohmann::json& json, const LocalTranscriptionEngineUnloadPolicy& policy) {

@@ -82,6 +82,9 @@ struct LocalTranscriptionModelDescriptor {
   LocalTranscriptionArtifactFormat artifactFormat = LocalTranscriptionArtifactFormat::whisperCppModel;
   // Hugging Face repository of checkpoint-folder and speech-module models.
   std::optional<std::string> repositoryID;
+  // Lower-case hex SHA-256 of the directly downloaded file or archive, when known; a
+  // download whose bytes do not match it is not installed.
+  std::optional<std::string> sha256;
 
   bool operator==(const LocalTranscriptionModelDescriptor&) const = default;
 };

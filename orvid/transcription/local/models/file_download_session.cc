@@ -124,6 +124,7 @@ struct FileDownloadSession::Impl {
   std::chrono::steady_clock::time_point lastByteTime;
   curl_off_t lastDownloaded = 0;
   bool stalled = false;
+  std::int64_t reportedBytes = -1;
   std::array<char, CURL_ERROR_SIZE> errorText{};
 
   void closeFile() {
@@ -146,7 +147,19 @@ struct FileDownloadSession::Impl {
       expected = expectedContentLength;
       speed = currentSpeed;
     }
+    reportedBytes = received;
     if (progressHandler) progressHandler(received, expected, speed);
+  }
+
+  // Delivers the bytes a throttled report held back once the transfer goes quiet, so
+  // that a stalled download shows what it really has.
+  void reportHeldBack() {
+    std::int64_t received;
+    {
+      std::lock_guard lock(mutex);
+      received = totalBytesDownloaded;
+    }
+    if (responseHandled && received != reportedBytes) report(false);
   }
 
   // The final response's status and length decide whether the file is continued or
@@ -232,6 +245,8 @@ struct FileDownloadSession::Impl {
     } else if (self->options.stallTimeout && now - self->lastByteTime >= *self->options.stallTimeout) {
       self->stalled = true;
       return 1;
+    } else {
+      self->reportHeldBack();
     }
     return 0;
   }

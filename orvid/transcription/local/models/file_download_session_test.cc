@@ -1,15 +1,8 @@
 #include "orvid/transcription/local/models/file_download_session.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <condition_variable>
 #include <fstream>
 #include <map>
 #include <mutex>
-#include <random>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -20,6 +13,7 @@
 #include "orvid/platform/temporary_directory.h"
 #include "orvid/platform/user_defaults.h"
 #include "orvid/testing/scoped_environment_variable.h"
+#include "orvid/testing/scripted_http_server.h"
 #include "orvid/testing/thrown.h"
 #include "orvid/transcription/local/models/hugging_face_mlx_model_downloader.h"
 #include "orvid/transcription/local/models/model_scope_mlx_model_downloader.h"
@@ -31,168 +25,14 @@ namespace {
 namespace fs = std::filesystem;
 using testing::ScopedEnvironmentVariable;
 using testing::thrown;
-
-struct Request {
-  std::string target;  // path and query as sent
-  std::map<std::string, std::string> headers;  // names lower-cased
-};
-
-// What the server sends: Content-Length always announces the whole body; `cutAfter`
-// stops sending after that many body bytes, then closes (or, with `stall`, holds the
-// connection open until the server stops).
-struct Reply {
-  int status = 200;
-  std::string body;
-  std::vector<std::string> headers;
-  std::optional<std::size_t> cutAfter;
-  bool stall = false;
-};
-
-// An HTTP/1.1 server on 127.0.0.1 with byte-exact control over each answer, which a
-// general-purpose server library does not give (it applies Range on its own).
-class ScriptedHTTPServer {
- public:
-  using Handler = std::function<Reply(const Request&)>;
-  explicit ScriptedHTTPServer(Handler handler) : handler_(std::move(handler)) {
-    listener_ = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof(address);
-    if (::bind(listener_, reinterpret_cast<sockaddr*>(&address), length) != 0 || ::listen(listener_, 16) != 0 ||
-        ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
-      throw std::runtime_error("cannot listen on 127.0.0.1");
-    }
-    port_ = ntohs(address.sin_port);
-    acceptor_ = std::jthread([this] { acceptLoop(); });
-  }
-  ~ScriptedHTTPServer() {
-    {
-      std::lock_guard lock(mutex_);
-      stopping_ = true;
-    }
-    released_.notify_all();
-    ::shutdown(listener_, SHUT_RDWR);
-    ::close(listener_);
-    acceptor_ = {};
-    std::vector<std::jthread> connections;
-    {
-      std::lock_guard lock(mutex_);
-      connections.swap(connections_);
-    }
-    // Joined here, without the lock, which the connections may still take.
-  }
-  std::string baseURL() const { return "http://127.0.0.1:" + std::to_string(port_); }
-  std::vector<Request> requests() const {
-    std::lock_guard lock(mutex_);
-    return requests_;
-  }
-
- private:
-  void acceptLoop() {
-    while (true) {
-      int client = ::accept(listener_, nullptr, nullptr);
-      if (client < 0) return;
-      std::lock_guard lock(mutex_);
-      if (stopping_) {
-        ::close(client);
-        return;
-      }
-      connections_.emplace_back([this, client] { serve(client); });
-    }
-  }
-
-  void serve(int client) {
-    std::string received;
-    char buffer[4096];
-    while (received.find("\r\n\r\n") == std::string::npos) {
-      auto count = ::recv(client, buffer, sizeof(buffer), 0);
-      if (count <= 0) {
-        ::close(client);
-        return;
-      }
-      received.append(buffer, std::size_t(count));
-    }
-    Request request;
-    auto lineEnd = received.find("\r\n");
-    auto firstSpace = received.find(' ');
-    request.target = received.substr(firstSpace + 1, received.find(' ', firstSpace + 1) - firstSpace - 1);
-    for (auto start = lineEnd + 2; start < received.find("\r\n\r\n");) {
-      auto end = received.find("\r\n", start);
-      auto line = received.substr(start, end - start);
-      auto colon = line.find(':');
-      std::string name = line.substr(0, colon);
-      for (auto& c : name) c = char(std::tolower(static_cast<unsigned char>(c)));
-      request.headers[name] = line.substr(line.find_first_not_of(' ', colon + 1));
-      start = end + 2;
-    }
-    {
-      std::lock_guard lock(mutex_);
-      requests_.push_back(request);
-    }
-    Reply reply = handler_(request);
-    std::string head = "HTTP/1.1 " + std::to_string(reply.status) + " X\r\nContent-Length: " +
-                       std::to_string(reply.body.size()) + "\r\nConnection: close\r\n";
-    for (const auto& header : reply.headers) head += header + "\r\n";
-    head += "\r\n" + reply.body.substr(0, reply.cutAfter.value_or(reply.body.size()));
-    for (std::size_t sent = 0; sent < head.size();) {
-      auto count = ::send(client, head.data() + sent, head.size() - sent, MSG_NOSIGNAL);
-      if (count <= 0) break;
-      sent += std::size_t(count);
-    }
-    if (reply.stall) {
-      std::unique_lock lock(mutex_);
-      released_.wait(lock, [this] { return stopping_; });
-    }
-    ::close(client);
-  }
-
-  Handler handler_;
-  int listener_ = -1;
-  int port_ = 0;
-  mutable std::mutex mutex_;
-  std::condition_variable released_;
-  bool stopping_ = false;
-  std::vector<Request> requests_;
-  std::vector<std::jthread> connections_;
-  std::jthread acceptor_;
-};
-
-Reply answer(int status, std::string body, std::vector<std::string> headers = {}) {
-  Reply reply;
-  reply.status = status;
-  reply.body = std::move(body);
-  reply.headers = std::move(headers);
-  return reply;
-}
-
-// A whole-file answer honouring "Range: bytes=N-" as a file server does.
-Reply rangeReply(const std::string& content, const Request& request) {
-  auto range = request.headers.find("range");
-  if (range == request.headers.end()) return answer(200, content);
-  auto offset = std::stoull(range->second.substr(6));
-  if (offset >= content.size()) return answer(416, "{\"error\":\"secret-server-detail\"}");
-  return answer(206, content.substr(offset),
-          {"Content-Range: bytes " + std::to_string(offset) + "-" + std::to_string(content.size() - 1) + "/" +
-           std::to_string(content.size())});
-}
-
-std::string randomBytes(std::size_t count) {
-  std::mt19937 generator(7);
-  std::string bytes(count, '\0');
-  for (auto& byte : bytes) byte = char(generator());
-  return bytes;
-}
-
-std::string readFile(const fs::path& path) {
-  std::ifstream input(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(input), {}};
-}
-
-void writeFile(const fs::path& path, const std::string& contents) {
-  fs::create_directories(path.parent_path());
-  std::ofstream(path, std::ios::binary) << contents;
-}
+using Request = testing::ScriptedRequest;
+using Reply = testing::ScriptedReply;
+using testing::ScriptedHTTPServer;
+using testing::randomBytes;
+using testing::rangeReply;
+using testing::readFile;
+using testing::writeFile;
+using testing::scriptedAnswer;
 
 OrvidHTTPRequest get(const std::string& url, std::int64_t offset = 0) {
   OrvidHTTPRequest request;
@@ -251,11 +91,11 @@ TEST(FileDownloadSessionTest, AnswersToAResumedRequest) {
     std::int64_t expectedLength;
   };
   const std::vector<Case> cases = {
-      {"range ignored: restart from zero", [&](const Request&) { return answer(200, content); }, std::nullopt,
+      {"range ignored: restart from zero", [&](const Request&) { return scriptedAnswer(200, content); }, std::nullopt,
        std::nullopt, content, std::int64_t(content.size())},
       {"range honoured, checksum right", [&](const Request& r) { return rangeReply(content, r); }, rightSHA,
        std::nullopt, content, std::int64_t(content.size())},
-      {"416 keeps the partial file", [&](const Request&) { return answer(416, "secret-server-detail"); },
+      {"416 keeps the partial file", [&](const Request&) { return scriptedAnswer(416, "secret-server-detail"); },
        std::nullopt, OrvidModelDownloadError::httpStatus(416), head, 0},
       {"wrong checksum discards the file", [&](const Request& r) { return rangeReply(content, r); },
        std::string(64, '0'), OrvidModelDownloadError::checksumMismatch(rightSHA), std::nullopt,
@@ -346,13 +186,13 @@ TEST(CheckpointDownloaderTest, HubDownloadFollowsHFEndpointAndTakesOnlyCheckpoin
     if (request.target == "/api/models/org/sense-voice/tree/main?recursive=true") {
       nlohmann::json list = nlohmann::json::array();
       for (const auto& [path, bytes] : repository) list.push_back({{"type", "file"}, {"path", path}, {"size", bytes.size()}});
-      return answer(200, list.dump());
+      return scriptedAnswer(200, list.dump());
     }
     const std::string prefix = "/org/sense-voice/resolve/main/";
     if (request.target.starts_with(prefix) && repository.contains(request.target.substr(prefix.size()))) {
-      return answer(200, repository.at(request.target.substr(prefix.size())));
+      return scriptedAnswer(200, repository.at(request.target.substr(prefix.size())));
     }
-    return answer(404, "");
+    return scriptedAnswer(404, "");
   });
   TemporaryDirectory folder;
   UserDefaults defaults(folder / "settings.json");
@@ -381,10 +221,10 @@ TEST(CheckpointDownloaderTest, ModelScopeDownloadStartsOverAfterAFailureAndSkips
       nlohmann::json files = nlohmann::json::array();
       for (const auto& [path, bytes] : repository) files.push_back({{"Path", path}, {"Size", bytes.size()}, {"Type", "blob"}});
       files.push_back({{"Path", "nested"}, {"Type", "tree"}});
-      return answer(200, nlohmann::json{{"Code", 200}, {"Success", true}, {"Data", {{"Files", files}}}}.dump());
+      return scriptedAnswer(200, nlohmann::json{{"Code", 200}, {"Success", true}, {"Data", {{"Files", files}}}}.dump());
     }
     const std::string prefix = "/api/v1/models/org/sense-voice/repo?Revision=master&FilePath=";
-    if (!request.target.starts_with(prefix)) return answer(404, "");
+    if (!request.target.starts_with(prefix)) return scriptedAnswer(404, "");
     Reply reply = rangeReply(repository.at(request.target.substr(prefix.size())), request);
     if (request.target.ends_with("safetensors") && weightRequests++ == 0) reply.cutAfter = 2000;
     return reply;
