@@ -331,6 +331,52 @@ expect_line "automate interrupted" "exit code: 15"
 make_driver stubborn "trap '' TERM; setsid sleep 60 & echo \$\$ \$! >'$work/stubborn.pids'; cat >/dev/null; echo started; exec sleep 60" "$ready_doctor"
 interrupt stubborn 2
 
+# ----- models, against a loopback model hub -----
+hub="$work/hub"
+mkdir -p "$hub/ggerganov/whisper.cpp/resolve/main"
+model_file="$hub/ggerganov/whisper.cpp/resolve/main/ggml-tiny.en.bin"
+head -c 3000000 /dev/urandom >"$model_file"
+models=(models --root "$work/models")
+# A hub sending 1 MB/s, so that a download can be stopped part way.
+timeout 300 /usr/bin/python3 "$(dirname "$0")/../../scripts/model-hub-replica.py" --dir "$hub" --rate 1000000 \
+  >"$work/hub.out" 2>&1 &
+replica_pids+=($!)
+for _ in $(seq 200); do grep -q '^ready' "$work/hub.out" && break; sleep 0.05; done
+export HF_ENDPOINT=$(sed -n 's/^ready //p' "$work/hub.out")
+[ -n "$HF_ENDPOINT" ] || fail "model hub did not start: $(cat "$work/hub.out")"
+# stop_download SIGNAL: starts the download, sends SIGNAL once 10 % has arrived; its status in $status.
+stop_download() {
+  rm -f "$work/progress"; mkfifo "$work/progress"
+  "$orvid" "${models[@]}" download whispercpp-tiny-en 2>"$work/progress" >"$work/out" &
+  local pid=$!
+  exec 7<"$work/progress"
+  timeout 60 grep -q -m1 -E '^[1-9][0-9]?%' <&7 && kill "-$1" "$pid"
+  timeout 30 cat <&7 >"$work/err"
+  exec 7<&-
+  wait "$pid" 2>/dev/null; status=$?
+}
+partial="$work/models/ggml-tiny.en.bin.partial"
+stop_download KILL
+[ "$status" -eq 137 ] && [ -s "$partial" ] || fail "models download killed: status $status, no partial file"
+# SIGTERM takes the path of Ctrl-C (a background job of a script ignores SIGINT).
+stop_download TERM
+[ "$status" -eq 143 ] || fail "models download interrupted: status $status: $(cat "$work/err")"
+grep -q "the next run resumes" "$work/err" || fail "models download interrupted: $(cat "$work/err")"
+kept=$(stat -c %s "$partial")
+expect_ok "models download resumed" "^whispercpp-tiny-en installed at $work/models/ggml-tiny.en.bin$" \
+  "${models[@]}" download whispercpp-tiny-en
+cmp -s "$model_file" "$work/models/ggml-tiny.en.bin" || fail "models download: the installed file differs"
+grep -q "range=bytes=$kept-  206" "$work/hub.out" || fail "models download did not resume from $kept: $(cat "$work/hub.out")"
+expect_ok "models list" "^whispercpp-tiny-en +installed +77.7 MB +$work/models/ggml-tiny.en.bin$" "${models[@]}" list
+expect_ok "models list --json" '"isInstalled": true' "${models[@]}" list --json
+expect_ok "models delete" "^whispercpp-tiny-en deleted$" "${models[@]}" delete whispercpp-tiny-en
+[ -e "$work/models/ggml-tiny.en.bin" ] && fail "models delete left the file"
+expect_ok "models path" "^$work/models$" "${models[@]}" path
+expect_error "models unknown" "${models[@]}" download no-such-model
+touch "$work/not-a-folder"
+expect_error "models unwritable root" models --root "$work/not-a-folder/models" download whispercpp-tiny-en
+unset HF_ENDPOINT
+
 
 if [ "$failures" -ne 0 ]; then echo "$failures failure(s)"; exit 1; fi
 echo "all CLI checks passed"

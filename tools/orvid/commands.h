@@ -20,6 +20,7 @@ void addCleanCommands(CLI::App& app);
 void addRewriteCommands(CLI::App& app);
 void addCuaCommands(CLI::App& app);
 void addAutomateCommands(CLI::App& app);
+void addModelsCommands(CLI::App& app);
 
 // The credential store's service name: API keys live under it.
 inline constexpr const char* kCredentialService = "orvid";

@@ -40,6 +40,7 @@ int main(int argc, char** argv) {
   orvid::cli::addWavCommands(app);
   orvid::cli::addTranscribeCommands(app);
   orvid::cli::addListenCommands(app);
+  orvid::cli::addModelsCommands(app);
   orvid::cli::addChatCommands(app);
   orvid::cli::addCleanCommands(app);
   orvid::cli::addRewriteCommands(app);
