@@ -50,6 +50,7 @@
 #include "orvid/transcription/local/models/mlx_model_download_support.h"
 #include "orvid/transcription/local/models/model_scope_mlx_model_downloader.h"
 #include "orvid/transcription/local/models/orvid_model_download_error.h"
+#include "orvid/transcription/local/models/transcription_model_manager.h"
 #include "orvid/transcription/local/speech_model_library.h"
 #include "orvid/transcription/realtime/openai_realtime_transcription_provider.h"
 #include "orvid/transcription/realtime/openai_realtime_transcription_session.h"
