@@ -11,6 +11,7 @@ packages=(
   libopencc-dev opencc libsecret-1-dev
   python3 python3-websockets dbus gnome-keyring curl
   tar gzip unzip libarchive-tools
+  libpocketsphinx-dev pocketsphinx pocketsphinx-en-us pocketsphinx-testdata sctk
 )
 
 missing=()

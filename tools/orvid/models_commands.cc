@@ -164,6 +164,14 @@ void download(const ModelsOptions& options) {
   if (model.artifactFormat == LocalTranscriptionArtifactFormat::systemSpeech) {
     throw CommandError{model.id + " is part of the system: there is nothing to download"};
   }
+  if (model.artifactFormat == LocalTranscriptionArtifactFormat::systemPackage) {
+    if (fs::exists(model.fileName)) {
+      std::cout << model.id << " is installed at " << model.fileName << "\n";
+      return;
+    }
+    throw CommandError{model.id + " comes with the system's packages, not as a download: install it with "
+                       "the system's package manager"};
+  }
   // A source named on the command line applies to this run only, not to the settings.
   std::optional<TemporaryDirectory> scratch;
   std::optional<UserDefaults> chosen;
@@ -221,7 +229,9 @@ void addModelsCommands(CLI::App& app) {
   auto* deleteCommand = models->add_subcommand("delete", "Remove a model and its partial download");
   deleteCommand->add_option("id", options->modelID, "Model identifier")->required();
   deleteCommand->callback([options, manager] {
-    catalogueModel(options->modelID);
+    if (catalogueModel(options->modelID).artifactFormat == LocalTranscriptionArtifactFormat::systemPackage) {
+      throw CommandError{options->modelID + " belongs to the system's packages; remove it with apt"};
+    }
     auto models = manager();
     bool present = false;
     auto root = models->rootDirectory();

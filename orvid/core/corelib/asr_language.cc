@@ -57,6 +57,7 @@ ASRLanguageInputCapability onDeviceCapability(const LocalTranscriptionModelDescr
     case EngineType::mlxSenseVoice:
     case EngineType::mlxQwen3ASR:
     case EngineType::speechSwiftQwen3:
+    case EngineType::pocketSphinx:
       return singleFromList(model.languageCodes);
     case EngineType::mlxCohere:
       // Cohere Transcribe has no language detection: it always needs a language.

@@ -14,7 +14,7 @@ namespace {
 using EngineType = LocalTranscriptionEngineType;
 using Format = LocalTranscriptionArtifactFormat;
 
-constexpr std::array<std::pair<EngineType, const char*>, 22> kEngineTypeNames{{
+constexpr std::array<std::pair<EngineType, const char*>, 23> kEngineTypeNames{{
     {EngineType::whisperKit, "whisperKit"},
     {EngineType::whisperCpp, "whisperCpp"},
     {EngineType::mlxSenseVoice, "mlxSenseVoice"},
@@ -37,15 +37,17 @@ constexpr std::array<std::pair<EngineType, const char*>, 22> kEngineTypeNames{{
     {EngineType::speechSwiftNemotron, "speechSwiftNemotron"},
     {EngineType::speechSwiftOmnilingualCoreML, "speechSwiftOmnilingualCoreML"},
     {EngineType::speechSwiftOmnilingualMLX, "speechSwiftOmnilingualMLX"},
+    {EngineType::pocketSphinx, "pocketSphinx"},
 }};
 
-constexpr std::array<std::pair<Format, const char*>, 6> kFormatNames{{
+constexpr std::array<std::pair<Format, const char*>, 7> kFormatNames{{
     {Format::whisperKitManaged, "whisperKitManaged"},
     {Format::whisperCppModel, "whisperCppModel"},
     {Format::mlxCheckpointDirectory, "mlxCheckpointDirectory"},
     {Format::systemSpeech, "systemSpeech"},
     {Format::speechSwiftModule, "speechSwiftModule"},
     {Format::onnxRuntimeBundle, "onnxRuntimeBundle"},
+    {Format::systemPackage, "systemPackage"},
 }};
 
 constexpr std::array<std::pair<ModelDownloadSource, const char*>, 3> kSourceNames{{

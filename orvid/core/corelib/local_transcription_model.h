@@ -37,6 +37,7 @@ enum class LocalTranscriptionEngineType {
   speechSwiftNemotron,           // 19
   speechSwiftOmnilingualCoreML,  // 20
   speechSwiftOmnilingualMLX,     // 21
+  pocketSphinx,                  // 22: CMU PocketSphinx, the on-device engine of Linux hosts
 };
 
 // How a model's files are laid out and which loader can open them.
@@ -47,6 +48,9 @@ enum class LocalTranscriptionArtifactFormat {
   systemSpeech,
   speechSwiftModule,
   onnxRuntimeBundle,  // earlier releases' format; no engine here loads it
+  // Installed by the system's package manager: `fileName` is the absolute path of the
+  // model's folder, which is never downloaded or deleted here.
+  systemPackage,
 };
 
 // Where on-device models are downloaded from.

@@ -282,6 +282,18 @@ std::vector<LocalTranscriptionModelDescriptor> localModels() {
                                "vi",   "id", "ms",      "uk",      "cs",  "el", "hu", "ro", "sk", "hr", "ca"};
   appleSpeech.artifactFormat = Format::systemSpeech;
   models.push_back(std::move(appleSpeech));
+
+  // Debian's pocketsphinx-en-us package: acoustic model, language model and dictionary.
+  LocalTranscriptionModelDescriptor pocketSphinx;
+  pocketSphinx.id = "pocketsphinx-en-us";
+  pocketSphinx.name = "PocketSphinx US English";
+  pocketSphinx.fileName = "/usr/share/pocketsphinx/model/en-us";
+  pocketSphinx.approximateSizeMB = 38;
+  pocketSphinx.isDirectory = true;
+  pocketSphinx.engineType = EngineType::pocketSphinx;
+  pocketSphinx.languageCodes = {"en"};
+  pocketSphinx.artifactFormat = Format::systemPackage;
+  models.push_back(std::move(pocketSphinx));
   return models;
 }
 

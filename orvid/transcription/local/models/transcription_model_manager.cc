@@ -37,6 +37,11 @@ bool isSystemSpeech(const LocalTranscriptionModelDescriptor& descriptor) {
   return descriptor.artifactFormat == LocalTranscriptionArtifactFormat::systemSpeech;
 }
 
+// A model the system's package manager installed, at the absolute path its file name gives.
+bool isSystemPackage(const LocalTranscriptionModelDescriptor& descriptor) {
+  return descriptor.artifactFormat == LocalTranscriptionArtifactFormat::systemPackage;
+}
+
 // Removes whatever is at `path`; a missing entry is not an error.
 void removeEntry(const fs::path& path) {
   std::error_code error;
@@ -155,6 +160,7 @@ const LocalTranscriptionModelDescriptor* TranscriptionModelManager::descriptor(c
 
 fs::path TranscriptionModelManager::entry(const LocalTranscriptionModelDescriptor& descriptor,
                                           std::string_view suffix) const {
+  if (isSystemPackage(descriptor)) return fs::path(descriptor.fileName);
   return rootDirectory_ / (descriptor.fileName + std::string(suffix));
 }
 
@@ -214,6 +220,11 @@ LocalTranscriptionModelState TranscriptionModelManager::state(const LocalTranscr
   state.modelID = descriptor.id;
   if (isSystemSpeech(descriptor)) {
     state.isInstalled = true;
+    return state;
+  }
+  if (isSystemPackage(descriptor)) {
+    state.isInstalled = entryExists(entry(descriptor));
+    state.path = descriptor.fileName;
     return state;
   }
   state.isInstalled = isModelInstalled(descriptor);
@@ -294,6 +305,10 @@ LocalTranscriptionModelState TranscriptionModelManager::downloadModel(const std:
 
 LocalTranscriptionModelState TranscriptionModelManager::performDownload(
     const LocalTranscriptionModelDescriptor& descriptor, const ProgressHandler& progress, std::stop_token stop) {
+  if (isSystemPackage(descriptor)) {
+    if (isModelInstalled(descriptor)) return state(descriptor);
+    throw OrvidModelDownloadError::missingDownloadURL(descriptor.id);
+  }
   if (descriptor.engineType == LocalTranscriptionEngineType::whisperKit) {
     if (isModelInstalled(descriptor)) return state(descriptor);
     throw SpeechModelLibraryError::notSupportedOnPlatform(SpeechModelLibrary::whisperKit);
@@ -495,7 +510,7 @@ void TranscriptionModelManager::unpack(const fs::path& archive, const fs::path& 
 
 void TranscriptionModelManager::deleteModel(const std::string& modelID) {
   const auto* found = descriptor(modelID);
-  if (found == nullptr) return;
+  if (found == nullptr || isSystemPackage(*found)) return;
   for (std::string_view suffix : {std::string_view(), kPartialSuffix, kStagingSuffix}) removeEntry(entry(*found, suffix));
 }
 

@@ -53,7 +53,8 @@ struct TranscriptionModelManagerOptions {
 
 // The on-disk side of on-device models: one root folder where every model has a fixed
 // place (N installed, "N.partial" downloading, "N.extracting" unpacking, N being the
-// descriptor's file name), the installed checks, resumable downloads with one transfer
+// descriptor's file name; a model of the system's packages lives at the absolute path
+// its file name gives and is only looked at), the installed checks, resumable downloads with one transfer
 // per model, archive installation, deletion and clean-up of leftovers. Thread-safe;
 // its lock is never held across a transfer, an unpacker run or a progress callback.
 class TranscriptionModelManager {
@@ -103,7 +104,7 @@ class TranscriptionModelManager {
   bool isDownloadingActive(const std::string& modelID) const;
 
   // Removes the model, its partial file and its staging folder; nothing for an unknown
-  // identifier. A running download is not stopped. Throws std::filesystem::filesystem_error.
+  // identifier or a model of the system's packages. A running download is not stopped. Throws std::filesystem::filesystem_error.
   void deleteModel(const std::string& modelID);
 
  private:

@@ -281,7 +281,12 @@ TEST(TranscriptionModelManagerTest, SnapshotClearsLeftoversAndReportsEachModel) 
   system.id = "system";
   system.fileName = "system";
   system.artifactFormat = LocalTranscriptionArtifactFormat::systemSpeech;
-  auto manager = fixture.manager({direct, system});
+  LocalTranscriptionModelDescriptor package;
+  package.id = "package";
+  package.fileName = (fixture.folder / "usr-share-model").string();
+  package.artifactFormat = LocalTranscriptionArtifactFormat::systemPackage;
+  writeFile(fixture.folder / "usr-share-model" / "mdef", "model");
+  auto manager = fixture.manager({direct, system, package});
 
   auto snapshot = manager->snapshot();
   EXPECT_FALSE(fs::exists(fixture.root / "cohere-int8"));
@@ -295,6 +300,10 @@ TEST(TranscriptionModelManagerTest, SnapshotClearsLeftoversAndReportsEachModel) 
   EXPECT_EQ(partial.path, (fixture.root / "test-model.bin").string());
   EXPECT_TRUE(snapshot.states.at("system").isInstalled);
   EXPECT_FALSE(snapshot.states.at("system").path);
+  EXPECT_TRUE(snapshot.states.at("package").isInstalled);
+  EXPECT_EQ(manager->finalURL("package"), fixture.folder / "usr-share-model");
+  manager->deleteModel("package");  // the system's files are never removed
+  EXPECT_TRUE(fs::exists(fixture.folder / "usr-share-model" / "mdef"));
 
   writeFile(fixture.root / "test-model.bin", "model");
   manager->deleteModel("test-model");
