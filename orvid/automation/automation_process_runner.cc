@@ -50,13 +50,16 @@ AutomationProcessOutput AutomationProcessRunner::run(const std::string& path, co
                                                      std::stop_token stop) const {
   AutomationProcessOutputBuffer buffer(std::move(progress));
   std::optional<ChildProcess> child;
+  // Registered before the launch: a cancel must reach a child that is already running.
+  auto sharedTerminator = std::make_shared<ChildProcessTerminator>();
+  const ChildProcessTerminator* terminator = sharedTerminator.get();
+  if (executionID) registerProcess(*executionID, sharedTerminator);
   try {
-    child.emplace(ChildProcess::launch({path, arguments, std::move(environment), std::nullopt}));
+    child.emplace(ChildProcess::launch({path, arguments, std::move(environment), std::nullopt, sharedTerminator}));
   } catch (const ProcessLaunchError& error) {
+    if (executionID) unregister(*executionID, terminator);
     return {127, "", error.what(), std::nullopt};
   }
-  const ChildProcessTerminator* terminator = child->terminator().get();
-  if (executionID) registerProcess(*executionID, child->terminator());
 
   std::optional<AutomationProcessOutput> timedOut;
   ChildProcess::Supervision supervision;

@@ -191,7 +191,7 @@ bool ChildProcessTerminator::terminationRequested() const noexcept {
 
 ChildProcess ChildProcess::launch(const ChildProcessLaunch& launch) {
   ChildProcess child;
-  child.terminator_ = std::make_shared<ChildProcessTerminator>();
+  child.terminator_ = launch.terminator ? launch.terminator : std::make_shared<ChildProcessTerminator>();
   Pipe output = makePipe();
   Pipe error = makePipe();
   std::optional<Pipe> input;

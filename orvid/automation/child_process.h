@@ -63,6 +63,8 @@ class ProcessLaunchError : public std::exception {
   std::string message_;
 };
 
+class ChildProcessTerminator;
+
 // What to start.
 struct ChildProcessLaunch {
   // The executable; run as given (no search of PATH). It is also the program's argv[0].
@@ -73,6 +75,9 @@ struct ChildProcessLaunch {
   // Data for the child's standard input, written while the child runs and then
   // closed. Absent: the child reads from /dev/null.
   std::optional<std::string> standardInput;
+  // The child's terminator, when the caller hands it out before the child exists (so
+  // that a cancel arriving during the launch is not lost). Absent: a new one.
+  std::shared_ptr<ChildProcessTerminator> terminator;
 };
 
 // Asks a supervised child to end, from any thread, at any time (also before

@@ -33,7 +33,7 @@ class ChildProcessLifecycleTest : public testing::ChildProcessTest {
  protected:
   // Launches the script `body`, giving it `folder_/background.pid` as its argument.
   ChildProcess launch(const std::string& body, std::optional<std::string> input = std::nullopt) {
-    return ChildProcess::launch({script("child.sh", body).string(), {pidFile_.string()}, std::nullopt, input});
+    return ChildProcess::launch({script("child.sh", body).string(), {pidFile_.string()}, std::nullopt, input, nullptr});
   }
 
   std::filesystem::path pidFile_ = folder_ / "background.pid";
@@ -42,7 +42,7 @@ class ChildProcessLifecycleTest : public testing::ChildProcessTest {
 TEST_F(ChildProcessLifecycleTest, PassesArgumentsEnvironmentAndInputAndReportsTheExitStatus) {
   auto path = script("echo.sh", "printf '%s|' \"$@\"\nprintf '%s' \"$GREETING\" >&2\ncat\nexit 7\n");
   ChildProcess child = ChildProcess::launch(
-      {path.string(), {"one", "two words", ""}, ProcessEnvironment{{"GREETING", "hello=world"}}, "from stdin"});
+      {path.string(), {"one", "two words", ""}, ProcessEnvironment{{"GREETING", "hello=world"}}, "from stdin", nullptr});
   Collected result = superviseToEnd(child);
   EXPECT_EQ(result.stdout, "one|two words||from stdin");
   EXPECT_EQ(result.stderr, "hello=world");
@@ -78,7 +78,7 @@ TEST_F(ChildProcessLifecycleTest, LaunchFailuresThrowWithTheReason) {
   for (const auto& [path, errorNumber] :
        {std::pair{(folder_ / "missing-tool").string(), ENOENT}, std::pair{notExecutable.string(), EACCES}}) {
     try {
-      ChildProcess::launch({path, {}, std::nullopt, std::nullopt});
+      ChildProcess::launch({path, {}, std::nullopt, std::nullopt, nullptr});
       ADD_FAILURE() << path << " launched";
     } catch (const ProcessLaunchError& error) {
       EXPECT_EQ(error, ProcessLaunchError(path, errorNumber));
@@ -128,7 +128,7 @@ TEST_F(ChildProcessLifecycleTest, DestroyingAnUnsupervisedChildKillsItsGroupAndR
   pid_t pid = 0;
   std::optional<pid_t> background;
   {
-    ChildProcess child = ChildProcess::launch({path.string(), {fifo.string()}, std::nullopt, std::nullopt});
+    ChildProcess child = ChildProcess::launch({path.string(), {fifo.string()}, std::nullopt, std::nullopt, nullptr});
     pid = child.pid();
     ChildProcess moved(std::move(child));
     background = testing::readPidFromFifo(fifo);

@@ -9,7 +9,7 @@ namespace orvid {
 OrvidProcessResult PosixSpawnOrvidProcessRunner::run(const std::filesystem::path& executableURL,
                                                      const std::vector<std::string>& arguments, std::stop_token stop) {
   checkCancellation(stop);
-  ChildProcess child = ChildProcess::launch({executableURL.string(), arguments, std::nullopt, std::nullopt});
+  ChildProcess child = ChildProcess::launch({executableURL.string(), arguments, std::nullopt, std::nullopt, nullptr});
   std::string stdout, stderr;
   ChildProcess::Supervision supervision;
   supervision.onOutput = [&](std::string_view chunk, bool toStdout) { (toStdout ? stdout : stderr).append(chunk); };

@@ -49,7 +49,7 @@ std::optional<std::string> ProcessCUADriverClient::resolveExecutable() const {
     if (candidate != kWhichPath && isExecutableFile(candidate)) return candidate;
   }
   try {
-    ChildProcess which = ChildProcess::launch({kWhichPath, {executableName}, std::nullopt, std::nullopt});
+    ChildProcess which = ChildProcess::launch({kWhichPath, {executableName}, std::nullopt, std::nullopt, nullptr});
     CollectedRun answer = collect(which, {});
     if (answer.outcome.endedBySignal || answer.outcome.terminationStatus != 0) return std::nullopt;
     std::string path(internal::trimASCIIWhitespace(internal::decodeUTF8OrEmpty(answer.stdout)));
@@ -66,7 +66,7 @@ ProcessCUADriverClient::CommandOutput ProcessCUADriverClient::runStatusCommand(
   std::lock_guard turn(statusCommandMutex_);
   if (stop.stop_requested()) return {};
   try {
-    ChildProcess child = ChildProcess::launch({path, arguments, std::nullopt, std::nullopt});
+    ChildProcess child = ChildProcess::launch({path, arguments, std::nullopt, std::nullopt, nullptr});
     ChildProcess::Supervision supervision;
     supervision.stop = std::move(stop);
     CollectedRun answer = collect(child, std::move(supervision));
@@ -112,7 +112,7 @@ CUAExecutionResult ProcessCUADriverClient::run(const CUAExecutionRequest& reques
   if (!path) throw std::system_error(std::make_error_code(std::errc::no_such_file_or_directory), executableName);
   std::string encoded = nlohmann::json(request).dump();
 
-  ChildProcess child = ChildProcess::launch({*path, {"run", "--json"}, std::nullopt, std::move(encoded)});
+  ChildProcess child = ChildProcess::launch({*path, {"run", "--json"}, std::nullopt, std::move(encoded), nullptr});
   std::shared_ptr<ChildProcessTerminator> terminator = child.terminator();
   {
     std::lock_guard lock(runningMutex_);

@@ -10,7 +10,7 @@ SynchronousProcessOutput runSynchronousProcess(const std::string& path, const st
   SynchronousProcessOutput output;
   std::optional<ChildProcess> child;
   try {
-    child.emplace(ChildProcess::launch({path, arguments, environment, std::nullopt}));
+    child.emplace(ChildProcess::launch({path, arguments, environment, std::nullopt, nullptr}));
   } catch (const ProcessLaunchError& error) {
     output.exitCode = 127;
     output.stderr = bytesFromString(error.what());
