@@ -145,6 +145,11 @@ bool RealtimeSessionCore::isCancelled() const {
   return cancelled_;
 }
 
+bool RealtimeSessionCore::hasEnded() const {
+  std::lock_guard lock(mutex_);
+  return ended_.has_value();
+}
+
 bool RealtimeSessionCore::awaitPendingCallers(std::size_t count,
                                               std::chrono::steady_clock::time_point deadline) const {
   std::unique_lock lock(mutex_);

@@ -87,6 +87,9 @@ class RealtimeSessionCore {
 
   bool isCancelled() const;
 
+  // True once the session has completed, failed or been cancelled.
+  bool hasEnded() const;
+
   // Blocks until at least `count` callers wait in awaitResult(); false at `deadline`.
   bool awaitPendingCallers(std::size_t count, std::chrono::steady_clock::time_point deadline) const;
 
