@@ -1,13 +1,18 @@
 #include "orvid/providers.h"
 
 #include <initializer_list>
+#include <set>
 #include <string_view>
 
 #include "orvid/ai/http_chat_completion_client.h"
 #include "orvid/ai/system_credential_store.h"
 #include "orvid/platform/curl_orvid_http_client.h"
 #include "orvid/transcription/realtime/beast_orvid_websocket_connector.h"
+#include "orvid/transcription/realtime/aliyun_bailian_realtime_transcription_provider.h"
+#include "orvid/transcription/realtime/deepgram_realtime_transcription_provider.h"
 #include "orvid/transcription/realtime/openai_realtime_transcription_provider.h"
+#include "orvid/transcription/realtime/soniox_realtime_transcription_provider.h"
+#include "orvid/transcription/realtime/stepfun_realtime_transcription_provider.h"
 #include "orvid/transcription/ai_provider_registry.h"
 #include "orvid/transcription/asr_language_routing_resolver.h"
 #include "orvid/transcription/transcription_provider_registry.h"
@@ -86,7 +91,9 @@ RealtimeTranscriptionSetup makeRealtimeTranscription(const CloudTranscriptionCho
     throw ProviderSetupError(ProviderSetupError::Case::noRealtimeService,
                              "\"" + descriptor.id + "\" has no real-time transcription service.");
   }
-  if (descriptor.id != "openai") {
+  static const std::set<std::string> kStreamingServices = {"openai", "soniox", "deepgram", "stepfun",
+                                                           "aliyun-bailian"};
+  if (!kStreamingServices.contains(descriptor.id)) {
     throw ProviderSetupError(ProviderSetupError::Case::notAvailableInThisBuild,
                              "Real-time transcription with \"" + descriptor.id + "\" is not available in this build.");
   }
@@ -99,8 +106,24 @@ RealtimeTranscriptionSetup makeRealtimeTranscription(const CloudTranscriptionCho
   selection.languageCodes = choice.languageCodes;
   setup.languageRoute =
       ASRLanguageRoutingResolver::resolve(selection, descriptor, ASRTranscriptionTransport::realtime, setup.modelID);
-  setup.provider = std::make_shared<OpenAIRealtimeTranscriptionProvider>(
-      *baseURL, descriptor.id, setup.modelID, environment.credentialStore, environment.webSocketConnector);
+  const auto& store = environment.credentialStore;
+  const auto& connector = environment.webSocketConnector;
+  if (descriptor.id == "soniox") {
+    setup.provider = std::make_shared<SonioxRealtimeTranscriptionProvider>(*baseURL, descriptor.id, setup.modelID,
+                                                                           TranscriptionProviderOptions{}, store, connector);
+  } else if (descriptor.id == "deepgram") {
+    setup.provider = std::make_shared<DeepgramRealtimeTranscriptionProvider>(
+        *baseURL, descriptor.id, setup.modelID, TranscriptionProviderOptions{}, store, connector);
+  } else if (descriptor.id == "stepfun") {
+    setup.provider =
+        std::make_shared<StepFunRealtimeTranscriptionProvider>(*baseURL, descriptor.id, setup.modelID, store, connector);
+  } else if (descriptor.id == "aliyun-bailian") {
+    setup.provider = std::make_shared<AliyunBailianRealtimeTranscriptionProvider>(*baseURL, descriptor.id,
+                                                                                  setup.modelID, store, connector);
+  } else {
+    setup.provider =
+        std::make_shared<OpenAIRealtimeTranscriptionProvider>(*baseURL, descriptor.id, setup.modelID, store, connector);
+  }
   return setup;
 }
 
