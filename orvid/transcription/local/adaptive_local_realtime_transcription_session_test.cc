@@ -39,7 +39,7 @@ std::vector<std::string> texts(const std::vector<TranscriptionPartialResult>& pa
   return result;
 }
 
-class PreviewTest : public ::testing::Test {
+class LocalEnginePreviewTest : public ::testing::Test {
  protected:
   // Advances the clock and waits until the preview loop has gone to sleep again.
   void step(LocalEngineClock::Duration duration) {
@@ -59,7 +59,7 @@ class PreviewTest : public ::testing::Test {
   std::shared_ptr<ManualLocalEngineClock> clock = std::make_shared<ManualLocalEngineClock>();
 };
 
-TEST(LocalRealtimePreviewPolicyTest, PacesEachEngineTypeFromTheRequestedInterval) {
+TEST(LocalEnginePreviewPolicyTest, PacesEachEngineTypeFromTheRequestedInterval) {
   struct Case {
     LocalTranscriptionEngineType type;
     double requested;
@@ -79,7 +79,7 @@ TEST(LocalRealtimePreviewPolicyTest, PacesEachEngineTypeFromTheRequestedInterval
   }
 }
 
-TEST_F(PreviewTest, PacesPassesAndDecodesOnlyTheRecentWindow) {
+TEST_F(LocalEnginePreviewTest, PacesPassesAndDecodesOnlyTheRecentWindow) {
   auto engine = std::make_shared<FakeLocalTranscriptionEngine>("m");
   auto preview = session(engine, LocalRealtimePreviewPolicy::forEngineType(LocalTranscriptionEngineType::mlxVoxtral, 750ms));
   preview->start();
@@ -113,7 +113,7 @@ TEST_F(PreviewTest, PacesPassesAndDecodesOnlyTheRecentWindow) {
   preview->cancel();
 }
 
-TEST_F(PreviewTest, PublishesOnlyHypothesesThatImproveOnTheShownText) {
+TEST_F(LocalEnginePreviewTest, PublishesOnlyHypothesesThatImproveOnTheShownText) {
   struct Case {
     std::vector<std::string> hypotheses;
     std::vector<std::string> published;
@@ -153,7 +153,7 @@ TEST_F(PreviewTest, PublishesOnlyHypothesesThatImproveOnTheShownText) {
   }
 }
 
-TEST_F(PreviewTest, FinishStopsThePreviewThenTranscribesEverythingOnce) {
+TEST_F(LocalEnginePreviewTest, FinishStopsThePreviewThenTranscribesEverythingOnce) {
   Gate release;
   auto engine = std::make_shared<FakeLocalTranscriptionEngine>("m", [&](const LocalTranscriptionRequest& request, std::stop_token stop) {
     if (request.audioFrames.size() == 1) release.waitOrThrow(stop);  // the preview pass
@@ -176,7 +176,7 @@ TEST_F(PreviewTest, FinishStopsThePreviewThenTranscribesEverythingOnce) {
   EXPECT_EQ(thrown<OrvidError>([&] { preview->finish(); }), OrvidError::unsupportedStreaming());
 }
 
-TEST_F(PreviewTest, FinishWithoutAudioEndsTheStreamAndThrowsEmptyAudio) {
+TEST_F(LocalEnginePreviewTest, FinishWithoutAudioEndsTheStreamAndThrowsEmptyAudio) {
   auto engine = std::make_shared<FakeLocalTranscriptionEngine>("m");
   auto silent = session(engine, {std::chrono::seconds(1), 0, 0, 100});
   silent->start();
@@ -206,7 +206,7 @@ class FakeStreamingPreviewEngine : public StreamingPreviewLocalTranscriptionEngi
   void unload() noexcept override {}
 };
 
-TEST_F(PreviewTest, PreviewsThroughTheEnginesOwnHypothesisStream) {
+TEST_F(LocalEnginePreviewTest, PreviewsThroughTheEnginesOwnHypothesisStream) {
   auto preview = session(std::make_shared<FakeStreamingPreviewEngine>(), {std::chrono::seconds(1), 0, 0, 100});
   preview->appendPCM16(frameOf(100));
   preview->start();
