@@ -377,6 +377,27 @@ touch "$work/not-a-folder"
 expect_error "models unwritable root" models --root "$work/not-a-folder/models" download whispercpp-tiny-en
 unset HF_ENDPOINT
 
+# ----- listen, against replicas of the other real-time services -----
+for service in soniox deepgram stepfun aliyun-bailian; do
+  printf '%s' "$key" | "$orvid" credentials set "provider.$service.api-key" >/dev/null 2>"$work/err" \
+    || fail "storing the $service key: $(cat "$work/err")"
+  start_replica "$service" --service "$service"
+  SSL_CERT_FILE="$replica_ca" expect_ok "listen $service" "^The replica heard 0.10 seconds of audio.$" \
+    listen "$work/ok.wav" --provider "$service" --base-url "$replica_url" --language en
+  grep -q "^partial: The replica" "$work/out" || fail "listen $service partials: $(cat "$work/out")"
+done
+# Aliyun Bailian's task protocol (Paraformer) beside its Qwen event protocol above.
+start_replica aliyun-task --service aliyun-bailian
+SSL_CERT_FILE="$replica_ca" expect_ok "listen aliyun-bailian task" "^The replica heard 0.10 seconds of audio.$" \
+  listen "$work/ok.wav" --provider aliyun-bailian --model paraformer-realtime-v2 --base-url "$replica_url"
+start_replica deepgram-reject --service deepgram --fault reject
+SSL_CERT_FILE="$replica_ca" expect_error "listen deepgram rejected" listen "$work/ok.wav" --provider deepgram \
+  --base-url "$replica_url"
+grep -q "HTTP 401" "$work/err" || fail "listen deepgram rejected message: $(cat "$work/err")"
+start_replica stepfun-close --service stepfun --fault close
+SSL_CERT_FILE="$replica_ca" expect_error "listen stepfun closed" listen "$work/ok.wav" --provider stepfun \
+  --base-url "$replica_url"
+grep -q "^partial: The replica" "$work/out" || fail "listen stepfun closed: no partial before the error"
 
 if [ "$failures" -ne 0 ]; then echo "$failures failure(s)"; exit 1; fi
 echo "all CLI checks passed"
