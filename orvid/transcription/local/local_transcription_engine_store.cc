@@ -157,10 +157,9 @@ class LocalTranscriptionEngineStore::State : public std::enable_shared_from_this
         adaptive->start();
         inner = std::move(adaptive);
       }
-      return std::make_shared<StoreManagedRealtimeTranscriptionSession>(
-          inner, [store = weak_from_this(), modelID]() noexcept {
-            if (std::shared_ptr<State> self = store.lock()) self->endUse(modelID);
-          });
+      auto lease = std::make_shared<SlotLease>(weak_from_this(), modelID);
+      return std::make_shared<StoreManagedRealtimeTranscriptionSession>(inner,
+                                                                        [lease]() noexcept { lease->release(); });
     } catch (...) {
       if (inner) inner->cancel();
       releaseTranscriptionSlot(modelID);
@@ -193,6 +192,27 @@ class LocalTranscriptionEngineStore::State : public std::enable_shared_from_this
   }
 
  private:
+  // A session's hold on its model's slot: given back when the session ends, or at
+  // the latest when the session is dropped without ending.
+  class SlotLease {
+   public:
+    SlotLease(std::weak_ptr<State> store, std::string modelID)
+        : store_(std::move(store)), modelID_(std::move(modelID)) {}
+    ~SlotLease() { release(); }
+    SlotLease(const SlotLease&) = delete;
+    SlotLease& operator=(const SlotLease&) = delete;
+
+    void release() noexcept {
+      if (released_.exchange(true)) return;
+      if (std::shared_ptr<State> store = store_.lock()) store->endUse(modelID_);
+    }
+
+   private:
+    const std::weak_ptr<State> store_;
+    const std::string modelID_;
+    std::atomic<bool> released_ = false;
+  };
+
   struct IdleUnloadTask {
     std::uint64_t id = 0;
     std::jthread thread;

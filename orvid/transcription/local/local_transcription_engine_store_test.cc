@@ -257,5 +257,60 @@ TEST_F(LocalEngineStoreTest, RealtimeSessionHoldsTheSlotUntilItFinishes) {
   EXPECT_EQ(engine(0)->requests().front().audioFrames.size(), 1u);
 }
 
+
+TEST_F(LocalEngineStoreTest, ASessionDroppedWithoutFinishingGivesTheSlotBack) {
+  auto store = makeStore();
+  auto session = store->startRealtimeSession(requestFor("a"), 750ms);
+  session.reset();
+  EXPECT_EQ(store->transcribe(requestFor("a")).text, "text of a");
+}
+
+class FakeNativeEngine : public NativeRealtimeLocalTranscriptionEngine {
+ public:
+  std::string modelID() const override { return "a"; }
+  TranscriptionResult transcribe(const LocalTranscriptionRequest&, std::stop_token) override {
+    return testing::resultWithText("batch");
+  }
+  std::shared_ptr<RealtimeTranscriptionSession> startRealtimeSession(const LocalTranscriptionRequest& request,
+                                                                     std::stop_token) override {
+    if (failsToStart) throw std::runtime_error("no streaming decoder");
+    startedWith = request;
+    return session;
+  }
+  void unload() noexcept override {}
+
+  bool failsToStart = true;
+  std::optional<LocalTranscriptionRequest> startedWith;
+  std::shared_ptr<RealtimeTranscriptionSession> session;
+};
+
+class FixedResultSession : public RealtimeTranscriptionSession {
+ public:
+  ResultStream<TranscriptionPartialResult> partialResults() const override { return stream; }
+  void appendPCM16(const PCMFrame&, std::stop_token) override {}
+  TranscriptionResult finish(std::stop_token) override { return testing::resultWithText("native"); }
+  void cancel() noexcept override {}
+  ResultStream<TranscriptionPartialResult> stream;
+};
+
+TEST_F(LocalEngineStoreTest, NativeStreamingEnginesOpenTheirOwnSessions) {
+  auto native = std::make_shared<FakeNativeEngine>();
+  native->session = std::make_shared<FixedResultSession>();
+  factory = std::make_shared<FakeLocalTranscriptionEngineFactory>([&](const std::string&) { return native; });
+  auto store = makeStore();
+
+  EXPECT_TRUE(thrown<std::runtime_error>([&] { store->startRealtimeSession(requestFor("a", "en"), 750ms); }));
+  EXPECT_EQ(store->transcribe(requestFor("a")).text, "batch") << "a failed start gives the slot back";
+
+  native->failsToStart = false;
+  auto session = store->startRealtimeSession(requestFor("a", "en"), 750ms);
+  ASSERT_TRUE(native->startedWith);
+  EXPECT_TRUE(native->startedWith->audioFrames.empty());
+  EXPECT_EQ(native->startedWith->modelURL, folder / "a.bin");
+  EXPECT_EQ(native->startedWith->languageRoute.providerLanguage, "en");
+  EXPECT_EQ(session->finish().text, "native");
+  EXPECT_EQ(store->transcribe(requestFor("a")).text, "batch");
+}
+
 }  // namespace
 }  // namespace orvid
