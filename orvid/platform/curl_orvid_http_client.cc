@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <exception>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -32,13 +33,30 @@ struct Transfer {
   curl_off_t uploaded = 0;
   curl_off_t downloaded = 0;
   std::array<char, CURL_ERROR_SIZE> errorText{};
+  // For stream(): the handle, the receiver of a 2xx body, and what the receiver threw.
+  CURL* handle = nullptr;
+  const OrvidHTTPClient::BodyReceiver* receiver = nullptr;
+  std::exception_ptr receiverError;
 };
 
 size_t receiveBody(char* data, size_t size, size_t count, void* user) {
   auto* transfer = static_cast<Transfer*>(user);
   size_t length = size * count;
-  transfer->response.body.insert(transfer->response.body.end(), data, data + length);
   transfer->lastActivity = Clock::now();
+  if (transfer->receiver != nullptr) {
+    long status = 0;
+    curl_easy_getinfo(transfer->handle, CURLINFO_RESPONSE_CODE, &status);
+    if (status >= 200 && status < 300) {
+      try {
+        (*transfer->receiver)(std::span<const std::uint8_t>(reinterpret_cast<const std::uint8_t*>(data), length));
+      } catch (...) {
+        transfer->receiverError = std::current_exception();
+        return CURL_WRITEFUNC_ERROR;
+      }
+      return length;
+    }
+  }
+  transfer->response.body.insert(transfer->response.body.end(), data, data + length);
   return length;
 }
 
@@ -331,7 +349,7 @@ struct CurlOrvidHTTPClient::Impl {
   }
 
   // Sends `request` once, without following a redirect.
-  Hop perform(const OrvidHTTPRequest& request, std::stop_token stop) {
+  Hop perform(const OrvidHTTPRequest& request, std::stop_token stop, const BodyReceiver* receiver) {
     checkCancellation(stop);
     const auto& scheme = request.url.scheme();
     if (scheme != "http" && scheme != "https") throw OrvidHTTPError::badURL("unsupported scheme \"" + scheme + "\"");
@@ -341,9 +359,11 @@ struct CurlOrvidHTTPClient::Impl {
     Transfer transfer;
     transfer.stop = stop;
     transfer.response.url = request.url;
+    transfer.receiver = receiver;
     std::unique_ptr<CURL, EasyDeleter> easy(curl_easy_init());
     if (!easy) throw OrvidHTTPError::transportFailed("curl_easy_init failed");
     CURL* handle = easy.get();
+    transfer.handle = handle;
 
     std::string url = request.url.absoluteString();
     setOptions(handle, url, share, transfer, request.timeout);
@@ -353,6 +373,7 @@ struct CurlOrvidHTTPClient::Impl {
 
     CURLcode result = run(handle, transfer, request.timeout, stop);
     if (result == CURLE_ABORTED_BY_CALLBACK && stop.stop_requested()) throw CancellationError();
+    if (transfer.receiverError) std::rethrow_exception(transfer.receiverError);
     if (result != CURLE_OK) throw transportError(result, transfer);
 
     long status = 0;
@@ -365,6 +386,9 @@ struct CurlOrvidHTTPClient::Impl {
     }
     return hop;
   }
+
+  // Sends `request`, following redirects, with `receiver` (if any) taking a 2xx body.
+  OrvidHTTPResponse follow(const OrvidHTTPRequest& request, std::stop_token stop, const BodyReceiver* receiver);
 };
 
 CurlOrvidHTTPClient::CurlOrvidHTTPClient() : impl_(std::make_unique<Impl>()) {
@@ -382,10 +406,20 @@ CurlOrvidHTTPClient::CurlOrvidHTTPClient() : impl_(std::make_unique<Impl>()) {
 CurlOrvidHTTPClient::~CurlOrvidHTTPClient() { curl_share_cleanup(impl_->share); }
 
 OrvidHTTPResponse CurlOrvidHTTPClient::data(const OrvidHTTPRequest& request, std::stop_token stop) {
+  return impl_->follow(request, stop, nullptr);
+}
+
+OrvidHTTPResponse CurlOrvidHTTPClient::stream(const OrvidHTTPRequest& request, const BodyReceiver& receiver,
+                                              std::stop_token stop) {
+  return impl_->follow(request, stop, &receiver);
+}
+
+OrvidHTTPResponse CurlOrvidHTTPClient::Impl::follow(const OrvidHTTPRequest& request, std::stop_token stop,
+                                                    const BodyReceiver* receiver) {
   std::optional<OrvidHTTPRequest> followed;  // the request a redirect leads to; copied only then
   for (int redirects = 0;; ++redirects) {
     const OrvidHTTPRequest& hop = followed ? *followed : request;
-    Hop result = impl_->perform(hop, stop);
+    Hop result = perform(hop, stop, receiver);
     if (!isFollowedRedirect(result.response.statusCode) || !result.location) return std::move(result.response);
     if (redirects == maximumRedirects) {
       throw OrvidHTTPError::transportFailed("more than " + std::to_string(maximumRedirects) + " redirects");

@@ -25,6 +25,10 @@ class CurlOrvidHTTPClient final : public OrvidHTTPClient {
   CurlOrvidHTTPClient& operator=(const CurlOrvidHTTPClient&) = delete;
 
   OrvidHTTPResponse data(const OrvidHTTPRequest& request, std::stop_token stop = {}) override;
+  // Hands each piece of a 2xx body to `receiver` as libcurl reads it; redirects are
+  // followed as data() follows them.
+  OrvidHTTPResponse stream(const OrvidHTTPRequest& request, const BodyReceiver& receiver,
+                           std::stop_token stop = {}) override;
 
  private:
   struct Impl;

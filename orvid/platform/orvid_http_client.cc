@@ -66,6 +66,16 @@ std::optional<std::string> OrvidHTTPResponse::headerValue(std::string_view name)
   return firstHeaderValue(headers, name);
 }
 
+OrvidHTTPResponse OrvidHTTPClient::stream(const OrvidHTTPRequest& request, const BodyReceiver& receiver,
+                                          std::stop_token stop) {
+  OrvidHTTPResponse response = data(request, stop);
+  if (!response.isSuccess()) return response;
+  Bytes body = std::move(response.body);
+  response.body.clear();
+  if (!body.empty()) receiver(std::span<const std::uint8_t>(body.data(), body.size()));
+  return response;
+}
+
 OrvidHTTPError::OrvidHTTPError(Case errorCase, std::string detail)
     : case_(errorCase), detail_(std::move(detail)), message_(sentence(errorCase)) {
   if (!detail_.empty()) message_ += " (" + detail_ + ")";

@@ -1,8 +1,11 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <exception>
+#include <functional>
 #include <optional>
+#include <span>
 #include <stop_token>
 #include <string>
 #include <string_view>
@@ -119,6 +122,19 @@ class OrvidHTTPClient {
   // response with any status code is returned, not thrown. Throws OrvidHTTPError
   // for transport failures and CancellationError once `stop` is requested.
   virtual OrvidHTTPResponse data(const OrvidHTTPRequest& request, std::stop_token stop = {}) = 0;
+
+  // Takes the body of a successful answer piece by piece, in order, as it arrives.
+  // An exception it throws ends the exchange and reaches the caller of stream().
+  using BodyReceiver = std::function<void(std::span<const std::uint8_t>)>;
+
+  // Sends `request` once like data(), but hands the body of a 2xx answer to
+  // `receiver` while it arrives instead of keeping it: the returned response then
+  // has an empty body. Any other answer comes back whole, its body untouched by the
+  // receiver. Throws like data(), and what the receiver throws. This default waits
+  // for data() and hands over a 2xx body in one piece; transports that can do better
+  // override it.
+  virtual OrvidHTTPResponse stream(const OrvidHTTPRequest& request, const BodyReceiver& receiver,
+                                   std::stop_token stop = {});
 };
 
 }  // namespace orvid
