@@ -4,8 +4,10 @@
 
 #include <nlohmann/json.hpp>
 
+#include "orvid/ai/orvid_provider_error.h"
 #include "orvid/core/corelib/json_support.h"
 #include "orvid/platform/internal/text.h"
+#include "orvid/transcription/cloud_batch/server_sent_event_fragment_reader.h"
 
 namespace orvid {
 namespace {
@@ -70,6 +72,48 @@ TranscriptionResult CloudTranscriptionResponseParser::parse(const Bytes& data) c
     if (confidence != nullptr && confidence->is_number()) result.confidence = confidence->get<double>();
   }
   return result;
+}
+
+TranscriptionResult CloudTranscriptionResponseParser::parseDeepgram(const Bytes& data) const {
+  json body = json::parse(data.begin(), data.end(), nullptr, false);
+  if (body.is_discarded() || !(body.is_object() || body.is_array())) throw OrvidProviderError::invalidResponse();
+
+  // Each step of results.channels[0].alternatives[0], null where the walk stopped.
+  auto objectMember = [](const json* object, const char* key) -> const json* {
+    if (object == nullptr || !object->is_object()) return nullptr;
+    const json* found = json_support::member(*object, key);
+    return found != nullptr && found->is_object() ? found : nullptr;
+  };
+  auto firstObject = [](const json* object, const char* key) -> const json* {
+    if (object == nullptr) return nullptr;
+    const json* array = json_support::member(*object, key);
+    if (array == nullptr || !array->is_array() || array->empty() || !array->front().is_object()) return nullptr;
+    return &array->front();
+  };
+  const json* results = objectMember(&body, "results");
+  const json* channel = firstObject(results, "channels");
+  const json* alternative = firstObject(channel, "alternatives");
+
+  TranscriptionResult result;
+  if (alternative != nullptr) {
+    result.text = json_support::stringMember(*alternative, "transcript").value_or("");
+    const json* confidence = json_support::member(*alternative, "confidence");
+    if (confidence != nullptr && confidence->is_number()) result.confidence = confidence->get<double>();
+  }
+  for (const json* level : {alternative, channel, results}) {
+    if (level == nullptr) continue;
+    if (auto language = json_support::stringMember(*level, "detected_language")) {
+      result.language = std::move(language);
+      break;
+    }
+  }
+  return result;
+}
+
+TranscriptionResult CloudTranscriptionResponseParser::parseStreamFragments(const Bytes& data) const {
+  ServerSentEventFragmentReader reader;
+  reader.append(data);
+  return reader.finish();
 }
 
 }  // namespace orvid

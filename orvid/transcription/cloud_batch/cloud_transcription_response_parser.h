@@ -33,6 +33,18 @@ class CloudTranscriptionResponseParser {
   // Values nested deeper than 256 levels yield nothing.
   static std::optional<std::string> extractText(const nlohmann::json& value);
 
+  // Deepgram's answer: results.channels[0].alternatives[0]'s "transcript" (not
+  // trimmed; empty when missing) and "confidence"; the language is the first string
+  // "detected_language" on that alternative, then on the first channel, then on
+  // "results". A JSON body of another shape gives an empty transcript. Throws
+  // OrvidProviderError::invalidResponse when the body is not a JSON object or array
+  // (the error never quotes the body).
+  TranscriptionResult parseDeepgram(const Bytes& data) const;
+
+  // An event-stream body read whole into one transcript, as
+  // ServerSentEventFragmentReader reads it piece by piece; never fails.
+  TranscriptionResult parseStreamFragments(const Bytes& data) const;
+
   bool operator==(const CloudTranscriptionResponseParser&) const = default;
 };
 
