@@ -82,6 +82,8 @@ TranscriptionResult SonioxRealtimeTranscriptionSession::finish(std::stop_token s
   }
   // The replaced timer is stopped and joined here, outside the lock.
   previous = {};
+  // "finished" may have arrived while the end of the audio was being sent.
+  if (core_.hasEnded()) stopTimer();
   return core_.awaitResult(stop);
 }
 
