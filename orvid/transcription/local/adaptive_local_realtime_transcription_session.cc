@@ -41,10 +41,7 @@ LocalEngineClock::Duration clockDuration(std::chrono::duration<double> duration)
 AdaptiveLocalRealtimeTranscriptionSession::AdaptiveLocalRealtimeTranscriptionSession(
     std::shared_ptr<LocalTranscriptionEngine> engine, LocalTranscriptionRequest baseRequest,
     LocalRealtimePreviewPolicy policy, std::shared_ptr<LocalEngineClock> clock)
-    : engine_(std::move(engine)),
-      baseRequest_(std::move(baseRequest)),
-      policy_(policy),
-      clock_(std::move(clock)) {}
+    : engine_(std::move(engine)), baseRequest_(std::move(baseRequest)), policy_(policy), clock_(std::move(clock)) {}
 
 AdaptiveLocalRealtimeTranscriptionSession::~AdaptiveLocalRealtimeTranscriptionSession() { cancel(); }
 
@@ -117,8 +114,7 @@ void AdaptiveLocalRealtimeTranscriptionSession::cancel() noexcept {
 }
 
 void AdaptiveLocalRealtimeTranscriptionSession::runPreviewLoop(std::stop_token stop) {
-  const auto idlePoll =
-      clockDuration(std::clamp(policy_.previewInterval, kShortestIdlePoll, kLongestIdlePoll));
+  const auto idlePoll = clockDuration(std::clamp(policy_.previewInterval, kShortestIdlePoll, kLongestIdlePoll));
   const auto interval = clockDuration(policy_.previewInterval);
   while (!stop.stop_requested()) {
     std::optional<PreviewPass> pass = nextPreviewPassIfNeeded();
@@ -202,7 +198,7 @@ double AdaptiveLocalRealtimeTranscriptionSession::audioDuration(const std::vecto
 }
 
 std::vector<PCMFrame> AdaptiveLocalRealtimeTranscriptionSession::suffixFrames(const std::vector<PCMFrame>& frames,
-                                                                             double maximumDuration) {
+                                                                              double maximumDuration) {
   double total = 0;
   std::size_t first = frames.size();
   while (first > 0) {

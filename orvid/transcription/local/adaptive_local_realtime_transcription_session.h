@@ -28,10 +28,10 @@ namespace orvid {
 class AdaptiveLocalRealtimeTranscriptionSession : public RealtimeTranscriptionSession {
  public:
   // `baseRequest` carries the model URL and resolved language, and no audio.
-  AdaptiveLocalRealtimeTranscriptionSession(std::shared_ptr<LocalTranscriptionEngine> engine,
-                                            LocalTranscriptionRequest baseRequest, LocalRealtimePreviewPolicy policy,
-                                            std::shared_ptr<LocalEngineClock> clock =
-                                                std::make_shared<SteadyLocalEngineClock>());
+  AdaptiveLocalRealtimeTranscriptionSession(
+      std::shared_ptr<LocalTranscriptionEngine> engine, LocalTranscriptionRequest baseRequest,
+      LocalRealtimePreviewPolicy policy,
+      std::shared_ptr<LocalEngineClock> clock = std::make_shared<SteadyLocalEngineClock>());
   // Cancels the session.
   ~AdaptiveLocalRealtimeTranscriptionSession() override;
   AdaptiveLocalRealtimeTranscriptionSession(const AdaptiveLocalRealtimeTranscriptionSession&) = delete;

@@ -75,13 +75,15 @@ TEST(LocalEnginePreviewPolicyTest, PacesEachEngineTypeFromTheRequestedInterval) 
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(rawValue(c.type) + " " + std::to_string(c.requested));
-    EXPECT_EQ(LocalRealtimePreviewPolicy::forEngineType(c.type, std::chrono::duration<double>(c.requested)), c.expected);
+    EXPECT_EQ(LocalRealtimePreviewPolicy::forEngineType(c.type, std::chrono::duration<double>(c.requested)),
+              c.expected);
   }
 }
 
 TEST_F(LocalEnginePreviewTest, PacesPassesAndDecodesOnlyTheRecentWindow) {
   auto engine = std::make_shared<FakeLocalTranscriptionEngine>("m");
-  auto preview = session(engine, LocalRealtimePreviewPolicy::forEngineType(LocalTranscriptionEngineType::mlxVoxtral, 750ms));
+  auto preview =
+      session(engine, LocalRealtimePreviewPolicy::forEngineType(LocalTranscriptionEngineType::mlxVoxtral, 750ms));
   preview->start();
   ASSERT_TRUE(clock->waitForSleepsStarted(1));
 
@@ -107,7 +109,8 @@ TEST_F(LocalEnginePreviewTest, PacesPassesAndDecodesOnlyTheRecentWindow) {
 
   const auto requests = engine->requests();
   std::vector<double> decoded;
-  for (const auto& request : requests) decoded.push_back(AdaptiveLocalRealtimeTranscriptionSession::audioDuration(request.audioFrames));
+  for (const auto& request : requests)
+    decoded.push_back(AdaptiveLocalRealtimeTranscriptionSession::audioDuration(request.audioFrames));
   EXPECT_EQ(decoded, (std::vector<double>{1.0, 1.75, 12.0}));
   EXPECT_EQ(requests.back().languageRoute.providerLanguage, "en");
   preview->cancel();
@@ -130,11 +133,12 @@ TEST_F(LocalEnginePreviewTest, PublishesOnlyHypothesesThatImproveOnTheShownText)
   for (const Case& c : cases) {
     SCOPED_TRACE(c.hypotheses.back());
     auto replies = std::make_shared<std::deque<std::string>>(c.hypotheses.begin(), c.hypotheses.end());
-    auto engine = std::make_shared<FakeLocalTranscriptionEngine>("m", [replies](const LocalTranscriptionRequest&, std::stop_token) {
-      std::string text = replies->front();
-      replies->pop_front();
-      return resultWithText(text);
-    });
+    auto engine = std::make_shared<FakeLocalTranscriptionEngine>(
+        "m", [replies](const LocalTranscriptionRequest&, std::stop_token) {
+          std::string text = replies->front();
+          replies->pop_front();
+          return resultWithText(text);
+        });
     auto preview = session(engine, {std::chrono::seconds(1), 0, 0, 100});
     preview->appendPCM16(frameOf(100));
     const auto started = clock->sleepsStarted();
@@ -155,10 +159,11 @@ TEST_F(LocalEnginePreviewTest, PublishesOnlyHypothesesThatImproveOnTheShownText)
 
 TEST_F(LocalEnginePreviewTest, FinishStopsThePreviewThenTranscribesEverythingOnce) {
   Gate release;
-  auto engine = std::make_shared<FakeLocalTranscriptionEngine>("m", [&](const LocalTranscriptionRequest& request, std::stop_token stop) {
-    if (request.audioFrames.size() == 1) release.waitOrThrow(stop);  // the preview pass
-    return resultWithText("final words");
-  });
+  auto engine = std::make_shared<FakeLocalTranscriptionEngine>(
+      "m", [&](const LocalTranscriptionRequest& request, std::stop_token stop) {
+        if (request.audioFrames.size() == 1) release.waitOrThrow(stop);  // the preview pass
+        return resultWithText("final words");
+      });
   auto preview = session(engine, {std::chrono::seconds(1), 0, 0, 100});
   preview->appendPCM16(frameOf(100));
   preview->start();

@@ -30,19 +30,19 @@ class LocalEngineTranscriptionProvider::Feeders {
   // the session when that fails or `stop` is requested.
   void feed(std::shared_ptr<RealtimeTranscriptionSession> session, std::vector<PCMFrame> frames, std::stop_token stop) {
     auto done = std::make_shared<std::atomic<bool>>(false);
-    std::jthread thread([session = std::move(session), frames = std::move(frames), stop = std::move(stop),
-                         done](std::stop_token own) {
-      std::stop_source either;
-      std::stop_callback byOwner(own, [&] { either.request_stop(); });
-      std::stop_callback byCaller(stop, [&] { either.request_stop(); });
-      try {
-        for (const PCMFrame& frame : frames) session->appendPCM16(frame, either.get_token());
-        session->finish(either.get_token());
-      } catch (...) {
-        session->cancel();
-      }
-      done->store(true);
-    });
+    std::jthread thread(
+        [session = std::move(session), frames = std::move(frames), stop = std::move(stop), done](std::stop_token own) {
+          std::stop_source either;
+          std::stop_callback byOwner(own, [&] { either.request_stop(); });
+          std::stop_callback byCaller(stop, [&] { either.request_stop(); });
+          try {
+            for (const PCMFrame& frame : frames) session->appendPCM16(frame, either.get_token());
+            session->finish(either.get_token());
+          } catch (...) {
+            session->cancel();
+          }
+          done->store(true);
+        });
 
     std::list<Feeder> finished;
     std::lock_guard lock(mutex_);

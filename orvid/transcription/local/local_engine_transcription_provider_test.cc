@@ -39,7 +39,8 @@ class LocalEngineProviderTest : public ::testing::Test {
 
   TemporaryDirectory folder{"orvid-local-provider"};
   LocalTranscriptionModelDescriptor descriptor;
-  std::shared_ptr<FakeLocalTranscriptionEngineFactory> factory = std::make_shared<FakeLocalTranscriptionEngineFactory>();
+  std::shared_ptr<FakeLocalTranscriptionEngineFactory> factory =
+      std::make_shared<FakeLocalTranscriptionEngineFactory>();
   std::shared_ptr<LocalTranscriptionEngineStore> store;
 };
 
@@ -76,9 +77,8 @@ TEST_F(LocalEngineProviderTest, StreamingAFinishedRecordingEndsWithTheFinalResul
 }
 
 TEST_F(LocalEngineProviderTest, RealtimeSessionsCarryTheProvidersOptions) {
-  LocalRealtimeTranscriptionProvider provider(descriptor, store,
-                                              {{"translate_to_english", TranscriptionProviderOptionValue::boolean(true)}},
-                                              750ms);
+  LocalRealtimeTranscriptionProvider provider(
+      descriptor, store, {{"translate_to_english", TranscriptionProviderOptionValue::boolean(true)}}, 750ms);
   auto session = provider.startSession(RealtimeTranscriptionStartRequest{});
   session->appendPCM16(AudioWAVEncoder::silentPCMFrame(16000, 200));
   EXPECT_EQ(session->finish().text, "text of m");

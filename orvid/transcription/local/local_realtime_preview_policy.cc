@@ -14,28 +14,23 @@ struct EnginePacing {
 
 // By engine type, in the order of LocalTranscriptionEngineType.
 constexpr std::array<EnginePacing, 22> kPacingByEngineType = {{
-    {0.75, 18},  // WhisperKit
-    {1.2, 18},   // whisper.cpp
-    {0.9, 16},   // MLX SenseVoice
-    {1.2, 18},
-    {1.2, 18},
-    {0.9, 16},  // MLX Parakeet
-    {1.2, 18},
-    {1.2, 18},
-    {1.2, 15},   // MLX Cohere
-    {0.75, 18},  // MLX Qwen3 ASR
-    {1.5, 12},   // Voxtral
-    {1.2, 15},   // MLX GLM ASR
-    {1.2, 15},   // MLX Granite Speech
-    {1.2, 15},   // MLX FireRed ASR
-    {0.75, 18},
-    {0.9, 16},   // speech-module Qwen3
-    {1.2, 18},   // speech-module Whisper
-    {1.2, 18},   // speech-module Parakeet batch
-    {0.75, 18},  // speech-module Parakeet streaming
-    {0.75, 18},  // speech-module Nemotron
-    {1.2, 18},   // speech-module Omnilingual CoreML
-    {1.2, 18},   // speech-module Omnilingual MLX
+    {0.75, 18},                        // WhisperKit
+    {1.2, 18},                         // whisper.cpp
+    {0.9, 16},                         // MLX SenseVoice
+    {1.2, 18},  {1.2, 18}, {0.9, 16},  // MLX Parakeet
+    {1.2, 18},  {1.2, 18}, {1.2, 15},  // MLX Cohere
+    {0.75, 18},                        // MLX Qwen3 ASR
+    {1.5, 12},                         // Voxtral
+    {1.2, 15},                         // MLX GLM ASR
+    {1.2, 15},                         // MLX Granite Speech
+    {1.2, 15},                         // MLX FireRed ASR
+    {0.75, 18}, {0.9, 16},             // speech-module Qwen3
+    {1.2, 18},                         // speech-module Whisper
+    {1.2, 18},                         // speech-module Parakeet batch
+    {0.75, 18},                        // speech-module Parakeet streaming
+    {0.75, 18},                        // speech-module Nemotron
+    {1.2, 18},                         // speech-module Omnilingual CoreML
+    {1.2, 18},                         // speech-module Omnilingual MLX
 }};
 
 // Engine types added after the table (PocketSphinx) pace like the batch engines.

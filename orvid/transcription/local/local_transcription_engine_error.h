@@ -22,7 +22,8 @@ class LocalTranscriptionEngineError : public std::exception {
   static LocalTranscriptionEngineError unsupportedLanguage(std::string modelID, std::string language);
   // "Local model '<id>' uses unsupported artifact format '<format>'."; for the
   // onnxRuntimeBundle format, which nothing here loads, the unknownModel sentence.
-  static LocalTranscriptionEngineError unsupportedArtifact(std::string modelID, LocalTranscriptionArtifactFormat format);
+  static LocalTranscriptionEngineError unsupportedArtifact(std::string modelID,
+                                                           LocalTranscriptionArtifactFormat format);
 
   Case errorCase() const { return case_; }
   const std::string& modelID() const { return modelID_; }

@@ -48,8 +48,8 @@ LocalEngineClock::TimePoint deadlineAfter(LocalEngineClock::TimePoint now, std::
 class LocalTranscriptionEngineStore::State : public std::enable_shared_from_this<State> {
  public:
   State(const std::vector<LocalTranscriptionModelDescriptor>& descriptors, ModelLocator modelLocator,
-        std::shared_ptr<LocalTranscriptionEngineFactory> engineFactory, LocalTranscriptionEngineUnloadPolicy unloadPolicy,
-        std::shared_ptr<LocalEngineClock> clock)
+        std::shared_ptr<LocalTranscriptionEngineFactory> engineFactory,
+        LocalTranscriptionEngineUnloadPolicy unloadPolicy, std::shared_ptr<LocalEngineClock> clock)
       : modelLocator_(std::move(modelLocator)),
         engineFactory_(std::move(engineFactory)),
         clock_(std::move(clock)),
@@ -152,8 +152,8 @@ class LocalTranscriptionEngineStore::State : public std::enable_shared_from_this
       } else {
         const LocalRealtimePreviewPolicy policy =
             LocalRealtimePreviewPolicy::forEngineType(descriptorFor(modelID).engineType, previewInterval);
-        auto adaptive = std::make_shared<AdaptiveLocalRealtimeTranscriptionSession>(engine, std::move(baseRequest),
-                                                                                    policy, clock_);
+        auto adaptive =
+            std::make_shared<AdaptiveLocalRealtimeTranscriptionSession>(engine, std::move(baseRequest), policy, clock_);
         adaptive->start();
         inner = std::move(adaptive);
       }
@@ -435,7 +435,8 @@ std::string LocalTranscriptionEngineStore::resolvedLanguage(const std::optional<
   const std::vector<std::string>& supported = descriptor.languageCodes;
   if (std::find(supported.begin(), supported.end(), language) != supported.end()) return language;
   if (language == "auto") {
-    auto listed = std::find_if(supported.begin(), supported.end(), [](const std::string& code) { return code != "auto"; });
+    auto listed =
+        std::find_if(supported.begin(), supported.end(), [](const std::string& code) { return code != "auto"; });
     if (listed != supported.end()) return *listed;
   }
   if ((language == "zh-Hans" || language == "zh-Hant") &&

@@ -32,7 +32,8 @@ class LocalTranscriptionEngineStore {
   // `clock` times the idle unloading and the preview sessions' pacing. When two
   // descriptors share an identifier, the first one is kept.
   LocalTranscriptionEngineStore(const std::vector<LocalTranscriptionModelDescriptor>& descriptors,
-                                ModelLocator modelLocator, std::shared_ptr<LocalTranscriptionEngineFactory> engineFactory,
+                                ModelLocator modelLocator,
+                                std::shared_ptr<LocalTranscriptionEngineFactory> engineFactory,
                                 LocalTranscriptionEngineUnloadPolicy unloadPolicy,
                                 std::shared_ptr<LocalEngineClock> clock = std::make_shared<SteadyLocalEngineClock>());
   // Stops the pending idle unloads. Sessions still open keep their engines.

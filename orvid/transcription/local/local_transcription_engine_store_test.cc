@@ -28,9 +28,9 @@ using testing::Gate;
 using testing::thrown;
 using namespace std::chrono_literals;
 
-LocalTranscriptionModelDescriptor model(std::string id, std::vector<std::string> languages = {"auto", "en"},
-                                        LocalTranscriptionArtifactFormat format =
-                                            LocalTranscriptionArtifactFormat::whisperCppModel) {
+LocalTranscriptionModelDescriptor model(
+    std::string id, std::vector<std::string> languages = {"auto", "en"},
+    LocalTranscriptionArtifactFormat format = LocalTranscriptionArtifactFormat::whisperCppModel) {
   LocalTranscriptionModelDescriptor descriptor;
   descriptor.id = std::move(id);
   descriptor.fileName = descriptor.id + ".bin";
@@ -51,14 +51,21 @@ LocalTranscriptionRequest requestFor(std::string modelID, std::optional<std::str
 class LocalEngineStoreTest : public ::testing::Test {
  protected:
   LocalEngineStoreTest() {
-    for (const char* id : {"a", "b", "en-only", "zh", "auto-only", "none"}) std::ofstream(folder / (std::string(id) + ".bin"));
+    for (const char* id : {"a", "b", "en-only", "zh", "auto-only", "none"})
+      std::ofstream(folder / (std::string(id) + ".bin"));
   }
 
-  std::unique_ptr<LocalTranscriptionEngineStore> makeStore(LocalTranscriptionEngineUnloadPolicy policy =
-                                                               LocalTranscriptionEngineUnloadPolicy::keepLoaded()) {
+  std::unique_ptr<LocalTranscriptionEngineStore> makeStore(
+      LocalTranscriptionEngineUnloadPolicy policy = LocalTranscriptionEngineUnloadPolicy::keepLoaded()) {
     std::vector<LocalTranscriptionModelDescriptor> descriptors = {
-        model("a"), model("b"), model("en-only", {"en"}), model("zh", {"zh", "en"}), model("auto-only", {"auto"}),
-        model("none", {}), model("deleted"), model("speech", {"en"}, LocalTranscriptionArtifactFormat::systemSpeech)};
+        model("a"),
+        model("b"),
+        model("en-only", {"en"}),
+        model("zh", {"zh", "en"}),
+        model("auto-only", {"auto"}),
+        model("none", {}),
+        model("deleted"),
+        model("speech", {"en"}, LocalTranscriptionArtifactFormat::systemSpeech)};
     return std::make_unique<LocalTranscriptionEngineStore>(
         descriptors, [this](const std::string& id) { return std::optional(folder / (id + ".bin")); }, factory, policy,
         clock);
@@ -71,7 +78,8 @@ class LocalEngineStoreTest : public ::testing::Test {
 
   TemporaryDirectory folder{"orvid-store"};
   std::shared_ptr<ManualLocalEngineClock> clock = std::make_shared<ManualLocalEngineClock>();
-  std::shared_ptr<FakeLocalTranscriptionEngineFactory> factory = std::make_shared<FakeLocalTranscriptionEngineFactory>();
+  std::shared_ptr<FakeLocalTranscriptionEngineFactory> factory =
+      std::make_shared<FakeLocalTranscriptionEngineFactory>();
 };
 
 TEST_F(LocalEngineStoreTest, EngineGetsTheInstalledFileAndTheResolvedLanguage) {
@@ -82,16 +90,23 @@ TEST_F(LocalEngineStoreTest, EngineGetsTheInstalledFileAndTheResolvedLanguage) {
     std::string failing = {};
   };
   const std::vector<Case> cases = {
-      {"en-only", std::nullopt, "en"},  {"en-only", "", "en"},       {"zh", "zh-Hant", "zh"},
-      {"zh", "zh-Hans", "zh"},          {"zh", "fr", {}, "fr"},      {"auto-only", std::nullopt, "auto"},
-      {"none", std::nullopt, {}, "auto"}, {"a", "en", "en"},         {"a", std::nullopt, "auto"},
+      {"en-only", std::nullopt, "en"},
+      {"en-only", "", "en"},
+      {"zh", "zh-Hant", "zh"},
+      {"zh", "zh-Hans", "zh"},
+      {"zh", "fr", {}, "fr"},
+      {"auto-only", std::nullopt, "auto"},
+      {"none", std::nullopt, {}, "auto"},
+      {"a", "en", "en"},
+      {"a", std::nullopt, "auto"},
       {"en-only", "EN", {}, "EN"},
   };
   auto store = makeStore();
   for (const Case& c : cases) {
     SCOPED_TRACE(c.modelID + " " + c.requested.value_or("<none>"));
     if (!c.language) {
-      auto error = thrown<LocalTranscriptionEngineError>([&] { store->transcribe(requestFor(c.modelID, c.requested)); });
+      auto error =
+          thrown<LocalTranscriptionEngineError>([&] { store->transcribe(requestFor(c.modelID, c.requested)); });
       ASSERT_TRUE(error);
       EXPECT_EQ(*error, LocalTranscriptionEngineError::unsupportedLanguage(c.modelID, c.failing));
       continue;
@@ -99,7 +114,8 @@ TEST_F(LocalEngineStoreTest, EngineGetsTheInstalledFileAndTheResolvedLanguage) {
     store->transcribe(requestFor(c.modelID, c.requested));
     auto loaded = std::dynamic_pointer_cast<FakeLocalTranscriptionEngine>(factory->engines().back());
     for (const auto& candidate : factory->engines()) {
-      if (candidate->modelID() == c.modelID) loaded = std::dynamic_pointer_cast<FakeLocalTranscriptionEngine>(candidate);
+      if (candidate->modelID() == c.modelID)
+        loaded = std::dynamic_pointer_cast<FakeLocalTranscriptionEngine>(candidate);
     }
     const LocalTranscriptionRequest seen = loaded->requests().back();
     EXPECT_EQ(seen.languageRoute.providerLanguage, c.language);
@@ -127,10 +143,11 @@ TEST_F(LocalEngineStoreTest, RefusesBeforeTakingTheSlotAndChangesNothing) {
 
 TEST_F(LocalEngineStoreTest, TwoTranscriptionsOfOneModelTakeTurnsWhileAnotherModelRuns) {
   Gate release;
-  auto held = std::make_shared<FakeLocalTranscriptionEngine>("a", [&](const LocalTranscriptionRequest&, std::stop_token stop) {
-    release.waitOrThrow(stop);
-    return testing::resultWithText("a");
-  });
+  auto held =
+      std::make_shared<FakeLocalTranscriptionEngine>("a", [&](const LocalTranscriptionRequest&, std::stop_token stop) {
+        release.waitOrThrow(stop);
+        return testing::resultWithText("a");
+      });
   factory = std::make_shared<FakeLocalTranscriptionEngineFactory>([&](const std::string& id) {
     return id == "a" ? std::static_pointer_cast<LocalTranscriptionEngine>(held)
                      : std::make_shared<FakeLocalTranscriptionEngine>(id);
@@ -164,7 +181,8 @@ TEST_F(LocalEngineStoreTest, LoadFailureFreesTheSlotAndPublishesTheRedactedFailu
   EXPECT_EQ(state.phase.modelID, "a");
   ASSERT_TRUE(state.lastErrorMessage);
   EXPECT_EQ(state.phase.message, state.lastErrorMessage);
-  EXPECT_NE(state.lastErrorMessage->find("Authorization: Bearer [REDACTED]"), std::string::npos) << *state.lastErrorMessage;
+  EXPECT_NE(state.lastErrorMessage->find("Authorization: Bearer [REDACTED]"), std::string::npos)
+      << *state.lastErrorMessage;
   EXPECT_EQ(state.lastErrorMessage->find("sk-live"), std::string::npos);
   EXPECT_FALSE(store->isLoaded("a"));
 
@@ -212,21 +230,24 @@ TEST_F(LocalEngineStoreTest, KeepLoadedNeverUnloadsAndImmediateUnloadsAfterEachU
 
 TEST_F(LocalEngineStoreTest, CancellationFreesTheSlotWhetherTranscribingOrWaiting) {
   Gate release;
-  auto held = std::make_shared<FakeLocalTranscriptionEngine>("a", [&](const LocalTranscriptionRequest&, std::stop_token stop) {
-    release.waitOrThrow(stop);
-    return testing::resultWithText("a");
-  });
+  auto held =
+      std::make_shared<FakeLocalTranscriptionEngine>("a", [&](const LocalTranscriptionRequest&, std::stop_token stop) {
+        release.waitOrThrow(stop);
+        return testing::resultWithText("a");
+      });
   factory = std::make_shared<FakeLocalTranscriptionEngineFactory>([&](const std::string&) { return held; });
   auto store = makeStore();
 
   std::stop_source running, waiting;
   std::optional<bool> runningCancelled, waitingCancelled;
   std::jthread one([&] {
-    runningCancelled = thrown<CancellationError>([&] { store->transcribe(requestFor("a"), running.get_token()); }).has_value();
+    runningCancelled =
+        thrown<CancellationError>([&] { store->transcribe(requestFor("a"), running.get_token()); }).has_value();
   });
   ASSERT_TRUE(held->entered.waitFor(1));
   std::jthread two([&] {
-    waitingCancelled = thrown<CancellationError>([&] { store->transcribe(requestFor("a"), waiting.get_token()); }).has_value();
+    waitingCancelled =
+        thrown<CancellationError>([&] { store->transcribe(requestFor("a"), waiting.get_token()); }).has_value();
   });
   waiting.request_stop();
   two.join();
@@ -256,7 +277,6 @@ TEST_F(LocalEngineStoreTest, RealtimeSessionHoldsTheSlotUntilItFinishes) {
   EXPECT_EQ(engine(0)->entered.value(), 2);
   EXPECT_EQ(engine(0)->requests().front().audioFrames.size(), 1u);
 }
-
 
 TEST_F(LocalEngineStoreTest, ASessionDroppedWithoutFinishingGivesTheSlotBack) {
   auto store = makeStore();

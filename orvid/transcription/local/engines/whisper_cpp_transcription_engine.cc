@@ -18,8 +18,8 @@
 namespace orvid {
 namespace {
 
-constexpr std::array<std::string_view, 5> kLogMarkers = {"whisper_init", "whisper_model_load",
-                                                         "whisper_print_timings", "system_info:", "main:"};
+constexpr std::array<std::string_view, 5> kLogMarkers = {"whisper_init", "whisper_model_load", "whisper_print_timings",
+                                                         "system_info:", "main:"};
 
 // Removes the folder and everything in it when it goes; failures are ignored.
 class ScratchFolder {
@@ -116,7 +116,7 @@ TranscriptionResult WhisperCPPTranscriptionEngine::transcribe(const LocalTranscr
   writeAtomically(input, AudioWAVEncoder::encodePCM16(request.audioFrames));
 
   const std::optional<std::string>& providerLanguage = request.languageRoute.providerLanguage;
-  std::vector<std::string> arguments = {"-m", modelURL_.string(), "-f",  input.string(), "-otxt",
+  std::vector<std::string> arguments = {"-m",  modelURL_.string(),  "-f",  input.string(), "-otxt",
                                         "-of", outputBase.string(), "-nt", "-np"};
   if (auto language = whisperLanguage(providerLanguage)) {
     arguments.push_back("-l");
@@ -147,7 +147,8 @@ std::string WhisperCPPTranscriptionEngine::cleanedTranscript(std::string_view te
   std::size_t start = 0;
   while (start <= text.size()) {
     const std::size_t end = std::min(text.find('\n', start), text.size());
-    const std::string_view line = internal::trimUnicodeWhitespace(withoutLeadingTimestamp(text.substr(start, end - start)));
+    const std::string_view line =
+        internal::trimUnicodeWhitespace(withoutLeadingTimestamp(text.substr(start, end - start)));
     if (!line.empty() && !isLogLine(line)) {
       if (!joined.empty()) joined += ' ';
       joined += line;

@@ -10,9 +10,8 @@ WhisperCPPTranscriptionError::WhisperCPPTranscriptionError(Case errorCase, std::
     : case_(errorCase), description_(std::move(description)) {}
 
 WhisperCPPTranscriptionError WhisperCPPTranscriptionError::unsupportedEngine(LocalTranscriptionEngineType engineType) {
-  WhisperCPPTranscriptionError error(
-      Case::unsupportedEngine,
-      "Local ASR engine `" + rawValue(engineType) + "` is not supported by the whisper.cpp adapter.");
+  WhisperCPPTranscriptionError error(Case::unsupportedEngine, "Local ASR engine `" + rawValue(engineType) +
+                                                                  "` is not supported by the whisper.cpp adapter.");
   error.engineType_ = engineType;
   return error;
 }
