@@ -1,20 +1,28 @@
-// orvid providers [--ai] [--json] | route
+// orvid providers [--ai] [--json] | providers validate ID [--ai] | providers models ID | route
+#include <chrono>
 #include <iostream>
 #include <memory>
 #include <optional>
 #include <sstream>
+#include <stop_token>
 #include <string>
 #include <vector>
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include "orvid/ai/ai_model_discovery.h"
+#include "orvid/ai/orvid_provider_error.h"
+#include "orvid/ai/secret_redactor.h"
 #include "orvid/core/corelib/asr_language.h"
 #include "orvid/platform/joined.h"
 #include "orvid/transcription/ai_provider_registry.h"
 #include "orvid/transcription/asr_language_routing_resolver.h"
+#include "orvid/transcription/cloud_batch/cloud_transcription_validation_client.h"
 #include "orvid/transcription/transcription_provider_registry.h"
+#include "tools/orvid/cli_support.h"
 #include "tools/orvid/commands.h"
+#include "tools/orvid/interrupts.h"
 
 namespace orvid::cli {
 namespace {
@@ -26,6 +34,7 @@ struct ProviderOptions {
   std::string languages;
   std::string transport = "batch";
   std::string model;
+  std::string baseURL;
 };
 
 std::string orDash(const std::optional<std::string>& text) { return text && !text->empty() ? *text : "-"; }
@@ -139,6 +148,73 @@ void printRoute(const ProviderOptions& options) {
   std::cout << "summary: " << route.diagnosticSummary() << "\n";
 }
 
+// Runs `work` with Ctrl-C stopping its token; every failure becomes one redacted line.
+template <typename Work>
+void runRedacted(const Work& work) {
+  try {
+    InterruptScope interrupts;
+    work(interrupts.token());
+  } catch (const CommandError& error) {
+    throw CommandError{redactedLine(error.message)};
+  } catch (const std::exception& error) {
+    throw CommandError{redactedLine(error.what())};
+  }
+}
+
+void printValidation(const std::string& provider, const AIProviderValidationState& state, bool json) {
+  if (json) {
+    std::cout << nlohmann::json{{"provider", provider}, {"state", nlohmann::json(state)}}.dump(2) << "\n";
+  } else if (state.isValidated()) {
+    std::cout << provider << ": validated\n";
+  } else {
+    std::cout << provider << ": failed: " << redactedLine(state.message.value_or("")) << "\n";
+  }
+  if (!state.isValidated()) throw CommandError{provider + " did not validate"};
+}
+
+// A speech-to-text provider, proven by transcribing 80 ms of silence.
+void validateTranscription(const ProviderOptions& options, std::stop_token stop) {
+  auto descriptor = TranscriptionProviderRegistry::descriptor(options.provider);
+  if (!descriptor) throw CommandError{"unknown provider '" + options.provider + "' (see orvid providers)"};
+  std::optional<std::string> model = options.model.empty() ? std::nullopt : std::optional(options.model);
+  AIProviderValidationState state;
+  if (descriptor->backend.cloudDescriptor() == nullptr) {
+    state = AIProviderValidationState::validated(std::chrono::system_clock::now());
+  } else {
+    CloudTranscriptionSetup setup = transcriptionService({options.provider, options.baseURL, options.model, ""});
+    auto cloud = *descriptor->backend.cloudDescriptor();
+    cloud.baseURL = setup.provider->baseURL();
+    descriptor->backend = TranscriptionProviderBackend::cloud(cloud);
+    CloudTranscriptionValidationClient client(setup.provider->credentialStore(), setup.provider->httpClient());
+    state = client.validate(*descriptor, std::nullopt, model, std::chrono::system_clock::now(), stop);
+  }
+  printValidation(options.provider, state, options.json);
+}
+
+// A language-model provider, proven by one tiny chat request.
+void validateAI(const ProviderOptions& options, std::stop_token stop) {
+  AIProviderSetup setup = aiProviderSetup(options.provider, options.baseURL, options.model, "--base-url");
+  AIProviderValidationState state;
+  try {
+    state = AIProviderValidationClient(setup.client).validate(setup.descriptor, setup.configuration, stop);
+  } catch (const OrvidProviderError& error) {
+    state = AIProviderValidationState::failed(SecretRedactor::redact(error.validationFailureMessage()));
+  }
+  printValidation(options.provider, state, options.json);
+}
+
+void listModels(const ProviderOptions& options, std::stop_token stop) {
+  AIProviderSetup setup = aiProviderSetup(options.provider, options.baseURL, "", "--base-url");
+  auto environment = ProviderEnvironment::system(kCredentialService);
+  HTTPAIModelDiscoveryClient client(environment.httpClient, environment.credentialStore);
+  auto models = client.discoverModels(setup.descriptor, setup.configuration, stop);
+  if (options.json) {
+    std::cout << nlohmann::json(models).dump(2) << "\n";
+    return;
+  }
+  for (const auto& model : models) std::cout << model.modelID << "\n";
+}
+
 }  // namespace
 
 void addProviderCommands(CLI::App& app) {
@@ -148,13 +224,39 @@ void addProviderCommands(CLI::App& app) {
       app.add_subcommand("providers", "List the speech-to-text providers and on-device models (--ai: language models)");
   providers->add_flag("--json", options->json, "print the whole catalogue as JSON");
   providers->add_flag("--ai", options->ai, "list the language-model providers instead");
-  providers->callback([options] {
+  providers->callback([options, providers] {
+    if (!providers->get_subcommands().empty()) return;
     if (options->ai) {
       printAICatalogue(options->json);
     } else {
       printCatalogue(options->json);
     }
   });
+
+  auto* validate = providers->add_subcommand(
+      "validate", "Check that a provider works: a speech-to-text provider transcribes 80 ms of silence (--ai: a "
+                  "language model answers one tiny request); the API key is read from the credential store");
+  validate->add_option("provider", options->provider, "provider identifier, as orvid providers lists it")->required();
+  validate->add_flag("--ai", options->ai, "validate a language-model provider (orvid providers --ai)");
+  validate->add_option("--base-url", options->baseURL, "the service's address instead of the catalogue's");
+  validate->add_option("--model", options->model, "the model instead of the provider's default");
+  validate->add_flag("--json", options->json, "print the validation state as JSON");
+  validate->callback([options] {
+    runRedacted([&](std::stop_token stop) {
+      if (options->ai) {
+        validateAI(*options, stop);
+      } else {
+        validateTranscription(*options, stop);
+      }
+    });
+  });
+
+  auto* models = providers->add_subcommand("models", "List the models a language-model provider offers");
+  models->add_option("provider", options->provider, "AI provider identifier, as orvid providers --ai lists it")
+      ->required();
+  models->add_option("--base-url", options->baseURL, "the provider's address instead of the catalogue's");
+  models->add_flag("--json", options->json, "print the model references as JSON");
+  models->callback([options] { runRedacted([&](std::stop_token stop) { listModels(*options, stop); }); });
 
   auto* route = app.add_subcommand("route", "Show how a language selection reaches a provider");
   route->add_option("--provider", options->provider, "provider identifier, as orvid providers lists it")->required();
