@@ -399,5 +399,118 @@ SSL_CERT_FILE="$replica_ca" expect_error "listen stepfun closed" listen "$work/o
   --base-url "$replica_url"
 grep -q "^partial: The replica" "$work/out" || fail "listen stepfun closed: no partial before the error"
 
+# ----- every batch service family, validation and model discovery, against loopback replicas -----
+cat >"$work/batch.py" <<'PY'
+import json, sys, urllib.parse
+from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
+
+fifo, log, key = sys.argv[1:4]
+polls = {}
+
+class Handler(BaseHTTPRequestHandler):
+    protocol_version = "HTTP/1.1"
+    def log_message(self, *args):
+        pass
+
+    def reply(self, status, body, content_type="application/json", pieces=None):
+        data = (body if isinstance(body, str) else json.dumps(body)).encode()
+        self.send_response(status)
+        self.send_header("Content-Type", content_type)
+        self.send_header("Content-Length", str(len(data)))
+        self.end_headers()
+        self.wfile.write(data)
+
+    def authorised(self, expected):
+        got = self.headers.get("xi-api-key") if expected == "xi" else self.headers.get("Authorization")
+        want = key if expected == "xi" else expected + key
+        if got != want:
+            self.reply(401, {"error": "rejected Authorization: %s" % got})
+            return False
+        return True
+
+    def do_GET(self):
+        url = urllib.parse.urlparse(self.path)
+        with open(log, "a") as out:
+            out.write(json.dumps({"method": "GET", "path": url.path}) + "\n")
+        if url.path == "/v1/models":
+            if not self.authorised("Bearer "): return
+            return self.reply(200, {"object": "list", "data": [{"id": "m-%d" % i} for i in range(3)]})
+        if url.path == "/soniox/v1/transcriptions/job-1":
+            if not self.authorised("Bearer "): return
+            polls["job"] = polls.get("job", 0) + 1
+            return self.reply(200, {"id": "job-1", "status": "completed" if polls["job"] >= 2 else "queued"})
+        if url.path == "/soniox/v1/transcriptions/job-1/transcript":
+            return self.reply(200, {"id": "job-1", "text": "soniox heard you"})
+        self.reply(404, {"error": "no route"})
+
+    def do_POST(self):
+        url = urllib.parse.urlparse(self.path)
+        body = self.rfile.read(int(self.headers.get("Content-Length", "0")))
+        with open(log, "a") as out:
+            out.write(json.dumps({"method": "POST", "path": url.path, "query": url.query,
+                                  "type": self.headers.get("Content-Type")}) + "\n")
+        if url.path == "/deepgram/v1/listen":
+            if not self.authorised("Token "): return
+            if self.headers.get("Content-Type") != "audio/wav" or body[:4] != b"RIFF":
+                return self.reply(400, {"error": "not a WAV body"})
+            return self.reply(200, {"results": {"channels": [{"alternatives": [{"transcript": "deepgram heard you"}]}]}})
+        if url.path == "/elevenlabs/v1/speech-to-text":
+            if not self.authorised("xi"): return
+            return self.reply(200, {"text": "elevenlabs heard you", "language_code": "eng"})
+        if url.path == "/soniox/v1/files":
+            if not self.authorised("Bearer "): return
+            return self.reply(201, {"id": "file-1"})
+        if url.path == "/soniox/v1/transcriptions":
+            if not self.authorised("Bearer "): return
+            return self.reply(201, {"id": "job-1", "status": "queued"})
+        if url.path == "/stepfun/v1/audio/asr/sse":
+            if not self.authorised("Bearer "): return
+            stream = ': ping\n\ndata: {"type":"transcript.text.delta","text":"stepfun"}\n\n' \
+                     'data: {"type":"transcript.text.delta","text":"heard you"}\n\ndata: [DONE]\n\n'
+            return self.reply(200, stream, "text/event-stream")
+        self.reply(404, {"error": "no route"})
+
+server = ThreadingHTTPServer(("127.0.0.1", 0), Handler)
+with open(fifo, "w") as out:
+    out.write("%d\n" % server.server_address[1])
+server.serve_forever()
+PY
+batch_log="$work/batch.jsonl"
+mkfifo "$work/batch-fifo"
+exec 4<>"$work/batch-fifo"
+timeout 240 /usr/bin/python3 "$work/batch.py" "$work/batch-fifo" "$batch_log" "$key" &
+batch_pid=$!
+trap 'kill "$service_pid" "$batch_pid" "${replica_pids[@]}" 2>/dev/null; rm -rf "$work"' EXIT
+batch_port=""
+read -r -t 20 -u 4 batch_port
+exec 4<&-
+[ -n "$batch_port" ] || fail "the batch replicas did not start"
+batch="http://127.0.0.1:$batch_port"
+for id in deepgram elevenlabs soniox stepfun; do
+  printf '%s' "$key" | "$orvid" credentials set "provider.$id.api-key" >/dev/null 2>"$work/err" \
+    || fail "storing the $id key: $(cat "$work/err")"
+done
+expect_ok "transcribe deepgram (raw body)" "^deepgram heard you$" \
+  transcribe "$work/ok.wav" --provider deepgram --base-url "$batch/deepgram/v1" --prompt "Brindle"
+grep -q '"query": "model=nova-3&smart_format=true&.*keywords=Brindle"' "$batch_log" \
+  || fail "deepgram query: $(cat "$batch_log")"
+expect_ok "transcribe elevenlabs (multipart)" "^elevenlabs heard you$" \
+  transcribe "$work/ok.wav" --provider elevenlabs --base-url "$batch/elevenlabs/v1"
+expect_ok "transcribe soniox (job)" "^soniox heard you$" \
+  transcribe "$work/ok.wav" --provider soniox --base-url "$batch/soniox/v1"
+expect_ok "transcribe stepfun (event stream)" "^stepfun heard you$" \
+  transcribe "$work/ok.wav" --provider stepfun --base-url "$batch/stepfun/v1/audio/asr/sse"
+expect_ok "providers validate" "^deepgram: validated$" providers validate deepgram --base-url "$batch/deepgram/v1"
+expect_ok "providers validate --json" '"kind": "validated"' \
+  providers validate deepgram --base-url "$batch/deepgram/v1" --json
+expect_error "providers validate without key" providers validate cartesia --base-url "$batch/cartesia"
+grep -q "did not validate" "$work/err" || fail "validate without key: $(cat "$work/err")"
+grep -q "^cartesia: failed: Missing credential.$" "$work/out" || fail "validate without key: $(cat "$work/out")"
+expect_ok "providers validate --ai" "^openai-compatible: validated$" \
+  providers validate openai-compatible --ai --base-url "http://127.0.0.1:$port/v1" --model echo
+expect_ok "providers models" "^m-2$" providers models openai-compatible --base-url "$batch/v1"
+expect_ok "providers models --json" '"modelID": "m-0"' providers models openai-compatible --base-url "$batch/v1" --json
+
+
 if [ "$failures" -ne 0 ]; then echo "$failures failure(s)"; exit 1; fi
 echo "all CLI checks passed"
