@@ -11,6 +11,15 @@
 // curl and its libraries), connecting, sending and reading the answer.
 // Bytes are the WAV bytes of one upload.
 //
+// BM_LibraryServiceFamily/F: the same comparison for one service of each family
+// against its loopback replica (F = 0 multipart: ElevenLabs; 1 raw body: Deepgram;
+// 2 job polling: AssemblyAI with a job finished by its first poll and no pause
+// before it; 3 event stream: StepFun). The curl tool makes the same requests with
+// the same bodies in one process (chained with --next), captured from a
+// transcription by the library beforehand; the counters are as above.
+// BM_ServerSentEventParsing: the event-stream reader over 4 MiB of events arriving
+// in 16 KiB pieces; bytes per second is its throughput.
+//
 // The library benchmark also reports the same statistic for both sides, measured
 // in the same run: "library_ms", the median time of its transcriptions (back to
 // back, each timed on its own); "curl_tool_ms", the median of a few curl tool
@@ -46,6 +55,8 @@
 #include "orvid/platform/temporary_directory.h"
 #include "orvid/testing/loopback_cloud_services.h"
 #include "orvid/transcription/cloud_batch/cloud_batch_transcription_provider.h"
+#include "orvid/transcription/cloud_batch/loopback_batch_speech_services.h"
+#include "orvid/transcription/cloud_batch/server_sent_event_fragment_reader.h"
 
 extern char** environ;
 
@@ -123,7 +134,9 @@ struct BatchFixture {
   }
 
   // One post by the curl tool; throws when it does not exit with status 0.
-  void postWithCurlTool() const {
+  void postWithCurlTool() const { runCurlTool(curlArguments); }
+
+  static void runCurlTool(const std::vector<std::string>& curlArguments) {
     std::vector<char*> argv;
     for (const auto& argument : curlArguments) argv.push_back(const_cast<char*>(argument.c_str()));
     argv.push_back(nullptr);
@@ -197,6 +210,128 @@ void BM_CurlToolPost(benchmark::State& state) {
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) * static_cast<std::int64_t>(fixture.wavBytes));
 }
 
+// Records the requests it forwards while `recording` is set.
+struct RecordingHTTPClient final : orvid::OrvidHTTPClient {
+  std::shared_ptr<orvid::CurlOrvidHTTPClient> inner = std::make_shared<orvid::CurlOrvidHTTPClient>();
+  bool recording = false;
+  std::vector<orvid::OrvidHTTPRequest> seen;
+
+  orvid::OrvidHTTPResponse data(const orvid::OrvidHTTPRequest& request, std::stop_token stop) override {
+    if (recording) seen.push_back(request);
+    return inner->data(request, stop);
+  }
+  orvid::OrvidHTTPResponse stream(const orvid::OrvidHTTPRequest& request, const BodyReceiver& receiver,
+                                  std::stop_token stop) override {
+    if (recording) seen.push_back(request);
+    return inner->stream(request, receiver, stop);
+  }
+};
+
+// One service of a family on its replica, and the curl tool's chained requests.
+struct FamilyFixture {
+  struct Family {
+    const char* id;
+    orvid::CloudTranscriptionProviderAPI api;
+    const char* model;
+  };
+  static constexpr Family kFamilies[] = {
+      {"elevenlabs", orvid::CloudTranscriptionProviderAPI::elevenLabs, "scribe_v2"},
+      {"deepgram", orvid::CloudTranscriptionProviderAPI::deepgram, "nova-3"},
+      {"assemblyai", orvid::CloudTranscriptionProviderAPI::assemblyAI, "universal-2"},
+      {"stepfun", orvid::CloudTranscriptionProviderAPI::stepFun, "stepaudio-2.5-asr"},
+  };
+
+  orvid::testing::LoopbackBatchSpeechServices replicas;
+  std::shared_ptr<RecordingHTTPClient> http = std::make_shared<RecordingHTTPClient>();
+  std::unique_ptr<orvid::CloudBatchTranscriptionProvider> provider;
+  orvid::TranscriptionRequest request;
+  orvid::TemporaryDirectory folder;
+  std::vector<std::string> curlArguments{kCurlTool};
+  std::size_t wavBytes = 0;
+
+  FamilyFixture(const Family& family, int seconds) {
+    replicas.setScenario(orvid::testing::ReplicaScenario::jobCompletesAtOnce);
+    auto store = std::make_shared<orvid::InMemoryOrvidCredentialStore>(std::map<std::string, std::string>{
+        {"provider.bench.api-key", orvid::testing::LoopbackBatchSpeechServices::kKey}});
+    provider = std::make_unique<orvid::CloudBatchTranscriptionProvider>(
+        family.id, orvid::URL::parse(replicas.baseURL(family.id)).value(), family.api, "bench", family.model, store,
+        http, orvid::CloudTranscriptionResponseParser(), [](std::chrono::milliseconds, std::stop_token) {});
+    request.audioFrames = recording(seconds);
+    wavBytes = 44 + 2 * static_cast<std::size_t>(16000) * static_cast<std::size_t>(seconds);
+    http->recording = true;
+    if (provider->transcribe(request).text.empty()) throw std::runtime_error("the replica gave no transcript");
+    http->recording = false;
+    for (std::size_t i = 0; i < http->seen.size(); ++i) {
+      const auto& sent = http->seen[i];
+      if (i > 0) curlArguments.push_back("--next");
+      for (const char* option : {"--silent", "--show-error", "--fail", "--output", "/dev/null", "--header", "Expect:"}) {
+        curlArguments.push_back(option);
+      }
+      for (const auto& header : sent.headers) {
+        curlArguments.push_back("--header");
+        curlArguments.push_back(header.name + ": " + header.value);
+      }
+      if (sent.body) {
+        auto file = folder.path() / ("body-" + std::to_string(i));
+        std::ofstream out(file, std::ios::binary);
+        out.write(reinterpret_cast<const char*>(sent.body->data()), static_cast<std::streamsize>(sent.body->size()));
+        if (!out.flush()) throw std::runtime_error("cannot write a request body");
+        curlArguments.push_back("--data-binary");
+        curlArguments.push_back("@" + file.string());
+      }
+      curlArguments.push_back(sent.url.absoluteString());
+    }
+  }
+};
+
+void BM_LibraryServiceFamily(benchmark::State& state) {
+  FamilyFixture fixture(FamilyFixture::kFamilies[state.range(0)], 5);
+  std::vector<double> librarySeconds;
+  for (auto _ : state) {
+    orvid::TranscriptionResult result;
+    librarySeconds.push_back(secondsTaken([&] { result = fixture.provider->transcribe(fixture.request); }));
+    benchmark::DoNotOptimize(result.text.data());
+  }
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) * static_cast<std::int64_t>(fixture.wavBytes));
+  state.SetLabel(FamilyFixture::kFamilies[state.range(0)].id);
+  if (!std::filesystem::exists(kCurlTool)) {
+    state.SkipWithError("no curl tool to compare with");
+    return;
+  }
+  std::vector<double> curlToolSeconds;
+  for (int post = 0; post < kCurlToolPosts; ++post) {
+    curlToolSeconds.push_back(secondsTaken([&] { BatchFixture::runCurlTool(fixture.curlArguments); }));
+  }
+  const double library = median(librarySeconds);
+  const double curlTool = median(curlToolSeconds);
+  state.counters["library_ms"] = 1000 * library;
+  state.counters["curl_tool_ms"] = 1000 * curlTool;
+  state.counters["vs_curl_tool"] = curlTool / library;
+}
+
+void BM_ServerSentEventParsing(benchmark::State& state) {
+  std::string stream;
+  for (int i = 0; stream.size() < (4u << 20); ++i) {
+    stream += "event: transcript.text.delta\nid: " + std::to_string(i) +
+              "\ndata: {\"type\":\"transcript.text.delta\",\"text\":\"word " + std::to_string(i) + "\"}\n\n";
+    if (i % 50 == 0) stream += ": keep-alive\n\n";
+  }
+  stream += "data: [DONE]\n\n";
+  const auto* bytes = reinterpret_cast<const std::uint8_t*>(stream.data());
+  constexpr std::size_t kPiece = 16 << 10;
+  for (auto _ : state) {
+    orvid::ServerSentEventFragmentReader reader;
+    for (std::size_t at = 0; at < stream.size(); at += kPiece) {
+      reader.append(std::span<const std::uint8_t>(bytes + at, std::min(kPiece, stream.size() - at)));
+    }
+    auto result = reader.finish();
+    benchmark::DoNotOptimize(result.text.data());
+  }
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) * static_cast<std::int64_t>(stream.size()));
+}
+
+BENCHMARK(BM_LibraryServiceFamily)->DenseRange(0, 3)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ServerSentEventParsing)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_LibraryBatchTranscription)->Arg(5)->Arg(60)->UseRealTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_CurlToolPost)->Arg(5)->Arg(60)->UseRealTime()->Unit(benchmark::kMillisecond);
 

@@ -262,7 +262,7 @@ struct LoopbackBatchSpeechServices::State {
       return jsonReply(201, {{"id", "job-7"}, {"status", "queued"}, {"file_id", "file-7"}});
     }
     if (request.method == "GET" && request.path == "/soniox/v1/transcriptions/job-7") {
-      const int poll = nextPoll("soniox");
+      const int poll = now == ReplicaScenario::jobCompletesAtOnce ? 3 : nextPoll("soniox");
       if (now == ReplicaScenario::jobNeverCompletes || poll < 3) return jsonReply(200, {{"id", "job-7"}, {"status", "queued"}});
       if (now == ReplicaScenario::jobQueuedThenFails) {
         return jsonReply(200, {{"id", "job-7"}, {"status", "error"}, {"error_message", "Audio is unreadable."}});
@@ -291,7 +291,7 @@ struct LoopbackBatchSpeechServices::State {
       return jsonReply(200, {{"id", "tr-7"}, {"status", "queued"}});
     }
     if (request.method == "GET" && request.path == "/assemblyai/v2/transcript/tr-7") {
-      const int poll = nextPoll("assemblyai");
+      const int poll = now == ReplicaScenario::jobCompletesAtOnce ? 3 : nextPoll("assemblyai");
       if (now == ReplicaScenario::jobNeverCompletes || poll < 3) return jsonReply(200, {{"id", "tr-7"}, {"status", "processing"}});
       if (now == ReplicaScenario::jobQueuedThenFails) {
         return jsonReply(200, {{"id", "tr-7"}, {"status", "error"}, {"error", "Transcoding failed."}});

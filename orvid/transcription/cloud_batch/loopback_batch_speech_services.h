@@ -47,6 +47,7 @@ enum class ReplicaScenario {
   dropDuringPolling,       // every poll: half an answer, then the connection closes
   jobQueuedThenFails,      // a job stays queued for two polls, then fails
   jobNeverCompletes,       // a job stays queued forever
+  jobCompletesAtOnce,      // a job has finished by its first poll
   wordsWithoutTranscript,  // Deepgram: words but no "transcript" member
   hugeModelList,           // the model list holds 10,000 models
 };
