@@ -19,6 +19,7 @@
 // Every long operation blocks, takes an optional std::stop_token and throws
 // orvid::CancellationError once it is stopped.
 
+#include "orvid/ai/ai_model_discovery.h"
 #include "orvid/ai/chat_completion_client.h"
 #include "orvid/ai/http_chat_completion_client.h"
 #include "orvid/ai/orvid_credential_store.h"
@@ -42,6 +43,7 @@
 #include "orvid/textprocessing/prompt_post_processor.h"
 #include "orvid/textprocessing/transcript_cleanup_engine.h"
 #include "orvid/transcription/asr_language_routing_resolver.h"
+#include "orvid/transcription/cloud_batch/cloud_transcription_validation_client.h"
 #include "orvid/transcription/language_context_realtime_transcription_provider.h"
 #include "orvid/transcription/live_transcription_text_accumulator.h"
 #include "orvid/transcription/local/models/file_download_session.h"

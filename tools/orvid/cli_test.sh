@@ -462,6 +462,8 @@ class Handler(BaseHTTPRequestHandler):
             return self.reply(201, {"id": "file-1"})
         if url.path == "/soniox/v1/transcriptions":
             if not self.authorised("Bearer "): return
+            with open(log, "a") as out:
+                out.write(json.dumps({"soniox_context": json.loads(body).get("context")}) + "\n")
             return self.reply(201, {"id": "job-1", "status": "queued"})
         if url.path == "/stepfun/v1/audio/asr/sse":
             if not self.authorised("Bearer "): return
@@ -497,7 +499,9 @@ grep -q '"query": "model=nova-3&smart_format=true&.*keywords=Brindle"' "$batch_l
 expect_ok "transcribe elevenlabs (multipart)" "^elevenlabs heard you$" \
   transcribe "$work/ok.wav" --provider elevenlabs --base-url "$batch/elevenlabs/v1"
 expect_ok "transcribe soniox (job)" "^soniox heard you$" \
-  transcribe "$work/ok.wav" --provider soniox --base-url "$batch/soniox/v1"
+  transcribe "$work/ok.wav" --provider soniox --base-url "$batch/soniox/v1" --prompt "Brindle, Orvid"
+grep -q '"soniox_context": {"terms": \["Brindle", "Orvid"\]}' "$batch_log" \
+  || fail "soniox dictionary terms: $(cat "$batch_log")"
 expect_ok "transcribe stepfun (event stream)" "^stepfun heard you$" \
   transcribe "$work/ok.wav" --provider stepfun --base-url "$batch/stepfun/v1/audio/asr/sse"
 expect_ok "providers validate" "^deepgram: validated$" providers validate deepgram --base-url "$batch/deepgram/v1"

@@ -26,7 +26,12 @@ std::string transcribeFile(const TranscribeOptions& options) {
   TranscriptionRequest request;
   request.audioFrames = readWAVFrames(options.file);
   request.languageRoute = setup.languageRoute;
-  if (!options.prompt.empty()) request.promptHint = options.prompt;
+  if (!options.prompt.empty()) {
+    request.promptHint = options.prompt;
+    // Soniox and Mistral read vocabulary from options of their own (split at commas).
+    request.providerOptions["context_terms"] = TranscriptionProviderOptionValue::text(options.prompt);
+    request.providerOptions["context_bias"] = TranscriptionProviderOptionValue::text(options.prompt);
+  }
   try {
     InterruptScope interrupts;
     return setup.provider->transcribe(request, interrupts.token()).text;
@@ -46,12 +51,13 @@ void addTranscribeCommands(CLI::App& app) {
       "Transcribe a 16-bit WAV file with a cloud speech service; the API key is read from the credential store "
       "(orvid credentials set provider.<ID>.api-key; ORVID_CREDENTIAL_STORE=keyring|file picks the store)");
   transcribe->add_option("file", options->file, "The recording, a 16-bit PCM WAV file")->required();
-  transcribe->add_option("--provider", options->service.provider, "A transcription provider of the catalogue, e.g. openai")
+  transcribe->add_option("--provider", options->service.provider, "A transcription provider of the catalogue, e.g. openai, deepgram, soniox")
       ->required();
   transcribe->add_option("--base-url", options->service.baseURL, "The service's API base instead of the catalogue's");
   transcribe->add_option("--model", options->service.model, "The model instead of the provider's default");
   transcribe->add_option("--language", options->service.language, "The spoken language, e.g. en or zh-Hans");
-  transcribe->add_option("--prompt", options->prompt, "Context or vocabulary for the service");
+  transcribe->add_option("--prompt", options->prompt,
+                         "Context or vocabulary for the service, e.g. dictionary terms separated by commas");
   transcribe->callback([options] {
     std::string text;
     try {
