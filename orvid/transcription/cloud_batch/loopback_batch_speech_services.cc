@@ -27,60 +27,6 @@ struct Reply {
 Reply jsonReply(int status, const json& body) { return {status, "application/json", {body.dump()}, {}, false}; }
 Reply refusal(const std::string& reason) { return jsonReply(400, {{"error", reason}}); }
 
-std::optional<std::string> headerParameter(const std::string& header, const std::string& name) {
-  auto at = header.find(name + "=");
-  if (at == std::string::npos) return std::nullopt;
-  return header.substr(at + name.size() + 1);
-}
-
-// Reads a multipart body laid out exactly as "--B\r\n" headers "\r\n" content
-// "\r\n" ... "--B--\r\n"; returns why it is not.
-std::optional<std::string> readMultipart(ReplicaRequest& request) {
-  auto contentType = request.header("Content-Type").value_or("");
-  if (!contentType.starts_with("multipart/form-data; boundary=")) return "not multipart/form-data";
-  const std::string boundary = *headerParameter(contentType, "boundary");
-  if (!boundary.starts_with("Brindle-") || boundary.size() != 8 + 36) return "boundary is not Brindle-<UUID>";
-  const std::string delimiter = "--" + boundary;
-  std::string_view body = request.body;
-  if (!body.starts_with(delimiter + "\r\n")) return "body does not open with the boundary";
-  if (!body.ends_with("\r\n" + delimiter + "--\r\n")) return "body does not close with the boundary";
-  body.remove_suffix(delimiter.size() + 4);
-  body.remove_prefix(delimiter.size() + 2);
-  const std::string separator = "\r\n" + delimiter + "\r\n";
-  while (true) {
-    const std::size_t end = body.find(separator);
-    std::string_view part = body.substr(0, end);
-    const std::size_t headersEnd = part.find("\r\n\r\n");
-    if (headersEnd == std::string_view::npos) return "part without an empty line";
-    ReplicaRequest::Part parsed;
-    std::string_view lines = part.substr(0, headersEnd);
-    const std::string disposition = "Content-Disposition: form-data; name=\"";
-    if (!lines.starts_with(disposition)) return "part without a form-data disposition";
-    lines.remove_prefix(disposition.size());
-    parsed.name = std::string(lines.substr(0, lines.find('"')));
-    lines.remove_prefix(parsed.name.size() + 1);
-    if (lines.starts_with("; filename=\"")) {
-      lines.remove_prefix(12);
-      parsed.filename = std::string(lines.substr(0, lines.find('"')));
-      lines.remove_prefix(parsed.filename->size() + 1);
-    }
-    if (lines.starts_with("\r\nContent-Type: ")) {
-      parsed.contentType = std::string(lines.substr(16));
-      lines = {};
-    }
-    if (!lines.empty()) return "unexpected part header";
-    parsed.content = std::string(part.substr(headersEnd + 4));
-    request.parts.push_back(std::move(parsed));
-    if (end == std::string_view::npos) break;
-    body.remove_prefix(end + separator.size());
-  }
-  const auto& file = request.parts.back();
-  if (file.name != "file" || file.filename != "tesselhost.wav" || file.contentType != "audio/wav") {
-    return "the last part is not the file tesselhost.wav (audio/wav)";
-  }
-  return std::nullopt;
-}
-
 std::string decodeBase64(std::string_view text) {
   static const std::string alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
   std::string out;
@@ -353,7 +299,6 @@ struct LoopbackBatchSpeechServices::State {
 LoopbackBatchSpeechServices::LoopbackBatchSpeechServices() : state_(std::make_shared<State>()) {
   State* state = state_.get();
   auto handle = [state](const httplib::Request& raw, httplib::Response& response, std::string body) {
-    try {
     ReplicaRequest request{raw.method, raw.path, {}, {raw.headers.begin(), raw.headers.end()}, std::move(body), {}, {}};
     for (const auto& [name, value] : raw.params) request.query.emplace_back(name, value);
     // httplib keeps the parameters in a multimap; restore the order they were sent in.
@@ -361,25 +306,23 @@ LoopbackBatchSpeechServices::LoopbackBatchSpeechServices() : state_(std::make_sh
       return raw.target.find(httplib::detail::encode_query_param(a.first) + "=") <
              raw.target.find(httplib::detail::encode_query_param(b.first) + "=");
     });
-    if (request.header("Content-Type").value_or("").starts_with("multipart/")) {
-      if (request.body.empty()) {
-        // The server has read the parts itself: check their fields and keep the file last.
-        for (const auto& [name, file] : raw.files) {
-          ReplicaRequest::Part part{file.name, std::nullopt, std::nullopt, file.content};
-          if (!file.filename.empty()) part.filename = file.filename;
-          if (!file.content_type.empty()) part.contentType = file.content_type;
-          request.parts.push_back(std::move(part));
-        }
-        std::stable_partition(request.parts.begin(), request.parts.end(),
-                              [](const ReplicaRequest::Part& part) { return part.name != "file"; });
-        const auto* file = request.parts.empty() ? nullptr : &request.parts.back();
-        if (file == nullptr || file->name != "file" || file->filename != "tesselhost.wav" ||
-            file->contentType != "audio/wav") {
-          request.multipartProblem = "the last part is not the file tesselhost.wav (audio/wav)";
-        }
-      } else {
-        request.multipartProblem = readMultipart(request);
+    if (request.header("Content-Type").value_or("").starts_with("multipart/form-data; boundary=Brindle-")) {
+      // The server has read the parts; keep the file last and check it.
+      for (const auto& [name, file] : raw.files) {
+        ReplicaRequest::Part part{file.name, std::nullopt, std::nullopt, file.content};
+        if (!file.filename.empty()) part.filename = file.filename;
+        if (!file.content_type.empty()) part.contentType = file.content_type;
+        request.parts.push_back(std::move(part));
       }
+      std::stable_partition(request.parts.begin(), request.parts.end(),
+                            [](const ReplicaRequest::Part& part) { return part.name != "file"; });
+      const auto* file = request.parts.empty() ? nullptr : &request.parts.back();
+      if (file == nullptr || file->name != "file" || file->filename != "tesselhost.wav" ||
+          file->contentType != "audio/wav") {
+        request.multipartProblem = "the last part is not the file tesselhost.wav (audio/wav)";
+      }
+    } else if (request.header("Content-Type").value_or("").starts_with("multipart/")) {
+      request.multipartProblem = "the boundary is not Brindle-<UUID>";
     }
     const std::string rest = request.path.substr(1);
     const std::string service = rest.substr(0, rest.find('/'));
@@ -413,10 +356,6 @@ LoopbackBatchSpeechServices::LoopbackBatchSpeechServices() : state_(std::make_sh
         sink.done();
         return true;
       });
-    }
-    } catch (const std::exception& error) {
-      response.status = 599;
-      response.set_content(error.what(), "text/plain");
     }
   };
   state->server.Get(".*", [handle](const httplib::Request& raw, httplib::Response& response) { handle(raw, response, ""); });

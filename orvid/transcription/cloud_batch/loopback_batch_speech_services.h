@@ -13,8 +13,7 @@
 namespace orvid::testing {
 
 // One request as a replica received it: the target split into path and query, the
-// header fields, the raw body and, for a multipart body, its parts as read
-// byte for byte from the raw body.
+// header fields, and the raw body or, for a multipart body, its parts.
 struct ReplicaRequest {
   struct Part {
     std::string name;
@@ -30,7 +29,7 @@ struct ReplicaRequest {
   std::vector<std::pair<std::string, std::string>> headers;
   std::string body;
   std::vector<Part> parts;
-  // Why the multipart body is not laid out exactly as the framework writes it.
+  // Why a multipart body is not as the framework writes it (boundary, file last).
   std::optional<std::string> multipartProblem;
 
   std::optional<std::string> header(std::string_view name) const;
